@@ -1,0 +1,23 @@
+// The block heap: a small arena that owns variable values, page texts and
+// row buffers. Memory is returned only by emptying or destroying a whole heap.
+#pragma once
+#include <cstdint>
+
+struct heapblock_t {
+    heapblock_t *m_next;   // next block of the same chain
+    int16_t m_used;        // payload bytes used (small) or requested size (big)
+};
+
+struct V_heap {
+    heapblock_t *smallreq; // 256-byte blocks, newest first; never null
+    heapblock_t *bigreq;   // one block per request over 256 bytes
+};
+
+constexpr int V_HEAP_SMALL = 256;   // payload of a small block
+constexpr int V_HEAP_HEADER = 8;    // header size counted by the block arithmetic
+
+V_heap *V_heap_new();
+void *V_heap_alloc(V_heap *currheap, int size);
+int V_heap_reduce(V_heap *hp);
+int V_heap_free(V_heap *hp);
+int rmalign(heapblock_t *mb);

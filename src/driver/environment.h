@@ -1,0 +1,15 @@
+// The installation directory, v.env and v.config: the site root for the
+// host, the base name, the page to run and the error page.
+#pragma once
+
+extern char *V_HOME;
+extern char *TMP_DIR;
+extern char *V_BASE;
+extern int V_BASE_hold;
+extern char *V_PAGE;
+extern char *V_ERROR;
+
+void V_env();
+void V_values(const char *prog);
+void V_check_name(const char *root, const char *name);
+void V_default_names(const char *root);

@@ -1,0 +1,16 @@
+// Small text utilities of form decoding: word cutting, URL escapes, shell
+// escapes and file-name stripping.
+#pragma once
+#include <cstdio>
+
+char *makeword(char *line, char stop);
+char *fmakeword(FILE *f, char stop, int *cl);
+char x2c(const char *what);
+void unescape_url(char *url);
+void escape_url(const char *text, char *out);   // out needs 3 * strlen + 1
+void plustospace(char *str);
+int ind(const char *s, char c);
+int rind(const char *s, char c);
+int getline(char *s, int n, FILE *f);
+void escape_shell_cmd(char *cmd, int size);     // size bounds the grown text
+void strip_name(char *name);

@@ -1,0 +1,20 @@
+// GET and url-encoded POST decoding into the form table ent.
+#pragma once
+
+struct entry {
+    char *name;
+    char *val;
+};
+
+constexpr int V_ENT_MAX = 10000;
+constexpr int V_FIELD_MAX = 50000;
+
+extern entry ent[V_ENT_MAX];
+extern const char *POST_errmsg;
+
+const char *GETenv(const char *name);   // "" for an unset variable
+int GetMethod();
+int CheckEnctypeMethod();
+int POST_parser(entry *ent);
+int GET_parser(entry *ent, const char *name);
+int GET_path(entry *ent, const char *name);

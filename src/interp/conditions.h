@@ -1,0 +1,18 @@
+// Conditions: <@if>/<@elif>/<@else>/<@end>, the comparison operators and
+// the form tests of values.
+#pragma once
+
+struct V_FILE;
+struct V_heap;
+
+int V_if(V_FILE *fp, char *buff, int compile, int ignore);
+int V_user_cmp(const char *left, const char *op, const char *right);
+int V_user_icmp(int left, const char *op, int right);
+int V_user_fcmp(double left, const char *op, double right);
+int V_CMPpatt(const char *patt, const char *val);
+int V_CMPexec(const char *patt, const char *val);
+int V_check_int(const char *text);
+int V_check_float(const char *text);
+int V_check_date(const char *text);
+int V_get_int(const char *src, char *dst, int n);
+char *V_today(V_heap *hp);
