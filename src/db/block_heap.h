@@ -15,6 +15,9 @@ struct V_heap {
 
 constexpr int V_HEAP_SMALL = 256;   // payload of a small block
 constexpr int V_HEAP_HEADER = 8;    // header size counted by the block arithmetic
+// In memory the header area is wider (a small block's payload begins 32 bytes
+// in, on a 32-byte boundary; a big block's right after sizeof(heapblock_t)),
+// so a payload never overlaps its header.
 
 V_heap *V_heap_new();
 void *V_heap_alloc(V_heap *currheap, int size);

@@ -2,6 +2,12 @@
 // substituted text into words, quoted strings and separated fields.
 #pragma once
 
+// Each scanner copies at most strlen(text) bytes plus a terminator, so an
+// output buffer of strlen(text)+1 bytes is always enough; the returned
+// position never points past the text's terminator, so callers may step
+// through an argument list by adding it to their text pointer.
+
 int V_take_string(const char *text, char *out);
 int V_arg_string(const char *text, char *out);
+// With a null or empty separator set it behaves as V_arg_string.
 int V_arg_string_sep(const char *text, char *out, const char *sep);

@@ -1,14 +1,112 @@
-// Placeholder bodies until this module is written.
+// Output of page text and values: the current stream, the Latin-1 entity
+// table and its byte look-up, the value length cut and flushing.
 #include "values/output.h"
 
-int HTML;
-int V_len;
-int DO_fflush;
+#include <cstring>
+
+int HTML = 1;
+int V_len = -1;
+int DO_fflush = 1;
 FILE *V_stdout;
 FILE *V_fp;
-const HTML_code HTML_tab[1] = {};
-FILE *V_out() { return {}; }
-const char *HTML_string(unsigned char c) { return {}; }
-void V_putchar(unsigned char c) {}
-int transvalue(const char *value, char *buff) { return -1; }
-void V_write_text(const char *text, int n) {}
+
+const HTML_code HTML_tab[] = {
+    {"&aacute;", "\xE1"}, {"&eacute;", "\xE9"}, {"&iacute;", "\xED"}, {"&oacute;", "\xF3"},
+    {"&uacute;", "\xFA"}, {"&yacute;", "\xFD"}, {"&Oacute;", "\xD3"}, {"&Aacute;", "\xC1"},
+    {"&Iacute;", "\xCD"}, {"&Eacute;", "\xC9"}, {"&Uacute;", "\xDA"}, {"&Yacute;", "\xDD"},
+    {"&agrave;", "\xE0"}, {"&egrave;", "\xE8"}, {"&igrave;", "\xEC"}, {"&ograve;", "\xF2"},
+    {"&ugrave;", "\xF9"}, {"&Agrave;", "\xC0"}, {"&Egrave;", "\xC8"}, {"&Igrave;", "\xCC"},
+    {"&Ograve;", "\xD2"}, {"&Ugrave;", "\xD9"}, {"&auml;", "\xE4"},   {"&euml;", "\xEB"},
+    {"&iuml;", "\xEF"},   {"&ouml;", "\xF6"},   {"&uuml;", "\xFC"},   {"&Auml;", "\xC4"},
+    {"&Euml;", "\xCB"},   {"&Iuml;", "\xCF"},   {"&Ouml;", "\xD6"},   {"&Uuml;", "\xDC"},
+    {"&acirc;", "\xE2"},  {"&ecirc;", "\xEA"},  {"&icirc;", "\xEE"},  {"&ocirc;", "\xF4"},
+    {"&ucirc;", "\xFB"},  {"&Acirc;", "\xC2"},  {"&Ecirc;", "\xCA"},  {"&Icirc;", "\xCE"},
+    {"&Ocirc;", "\xD4"},  {"&Ucirc;", "\xDB"},  {"&atilde;", "\xE3"}, {"&ntilde;", "\xF1"},
+    {"&otilde;", "\xF5"}, {"&Atilde;", "\xC3"}, {"&Ntilde;", "\xD1"}, {"&Otilde;", "\xD5"},
+    {"&ccedil;", "\xE7"}, {"&Ccedil;", "\xC7"},
+    // These two names are what the sites' pages expect; they are not the
+    // standard entity names and must stay as they are.
+    {"&ordmas;", "\xF8"}, {"&questi;", "\xBF"},
+    {nullptr, nullptr},
+};
+
+namespace {
+
+const char *const *entities() {
+    static const char *table[256];
+    static bool built = false;
+    if (!built) {
+        for (const HTML_code *row = HTML_tab; row->html; row++)
+            table[static_cast<unsigned char>(row->text[0])] = row->html;
+        built = true;
+    }
+    return table;
+}
+
+// Runs of bytes without an entity go out in one write.
+void write_encoded(FILE *fp, const char *text, size_t n) {
+    const char *const *table = entities();
+    size_t start = 0;
+    for (size_t i = 0; i < n; i++) {
+        const char *ent = table[static_cast<unsigned char>(text[i])];
+        if (!ent) continue;
+        if (i > start) fwrite(text + start, 1, i - start, fp);
+        fputs(ent, fp);
+        start = i + 1;
+    }
+    if (n > start) fwrite(text + start, 1, n - start, fp);
+}
+
+}  // namespace
+
+FILE *V_out() {
+    if (V_stdout) return V_stdout;
+    if (V_fp) return V_fp;
+    return stdout;
+}
+
+const char *HTML_string(unsigned char c) {
+    static char scratch[2];
+    const char *ent = entities()[c];
+    if (ent) return ent;
+    scratch[0] = static_cast<char>(c);
+    scratch[1] = '\0';
+    return scratch;
+}
+
+void V_putchar(unsigned char c) {
+    FILE *fp = V_out();
+    const char *ent = HTML ? entities()[c] : nullptr;
+    if (ent)
+        fputs(ent, fp);
+    else
+        fputc(c, fp);
+}
+
+// The V_len cut is a bounded length, so the caller's text is never touched.
+int transvalue(const char *value, char *buff) {
+    if (!value) value = "";
+    size_t n = strlen(value);
+    if (V_len > 0 && n > static_cast<size_t>(V_len)) n = static_cast<size_t>(V_len);
+    if (buff) {
+        memcpy(buff, value, n);
+        buff[n] = '\0';
+        return V_len;
+    }
+    FILE *fp = V_out();
+    if (HTML)
+        write_encoded(fp, value, n);
+    else
+        fwrite(value, 1, n, fp);
+    if (DO_fflush) fflush(fp);
+    return V_len;
+}
+
+void V_write_text(const char *text, int n) {
+    if (!text || n <= 0) return;
+    FILE *fp = V_out();
+    if (HTML)
+        write_encoded(fp, text, static_cast<size_t>(n));
+    else
+        fwrite(text, 1, static_cast<size_t>(n), fp);
+}
