@@ -1,7 +1,183 @@
-// Placeholder bodies until this module is written.
+// The mode commands: <@option>, <@compile> and <@html>, and the settings
+// they switch.
 #include "interp/options.h"
 
-int IgnoreEmpty;
-int V_option(char *buff, int *compile, int ignore) { return -1; }
-int V_compile(char *buff, int *compile, int ignore) { return -1; }
-int V_html(char *buff, int compile, int ignore) { return -1; }
+#include <cctype>
+#include <cstring>
+
+#include "db/sql_commands.h"
+#include "driver/diagnostics.h"
+#include "values/arguments.h"
+#include "values/output.h"
+#include "values/substitution.h"
+
+int IgnoreEmpty = 1;
+
+namespace {
+
+constexpr int TRAP_NAME_MAX = 62;
+
+bool has_tag(const char *buff, const char *tag)
+{
+    return strncmp(buff, tag, strlen(tag)) == 0;
+}
+
+void lower(char *s)
+{
+    for (; *s; s++)
+        *s = (char)tolower((unsigned char)*s);
+}
+
+// "OFF" first, then "ON": a text holding both ends switched on.
+void switch_flag(const char *text, int *flag)
+{
+    if (strstr(text, "OFF"))
+        *flag = 0;
+    if (strstr(text, "ON"))
+        *flag = 1;
+}
+
+// Sets *flag from "off"/"on"; false for any other value.
+bool on_off(const char *value, int *flag)
+{
+    if (strcmp(value, "off") == 0) {
+        *flag = 0;
+        return true;
+    }
+    if (strcmp(value, "on") == 0) {
+        *flag = 1;
+        return true;
+    }
+    return false;
+}
+
+void set_trap_function(const char *name)
+{
+    V_sqlFUNC = 0;
+    if (!name[0])
+        return;
+    memset(TRAPfunc, 0, sizeof TRAPfunc);
+    strncpy(TRAPfunc, name, TRAP_NAME_MAX);
+    V_sqlFUNC = 1;
+}
+
+bool sql_trap(const char *value, const char *rest)
+{
+    if (on_off(value, &V_sqlTRAP))
+        return true;
+    if (strcmp(value, "off_transactions") == 0) {
+        V_sqlTRANS = 0;
+        return true;
+    }
+    if (strcmp(value, "on_transactions") == 0) {
+        V_sqlTRANS = 1;
+        return true;
+    }
+    if (strcmp(value, "function") != 0)
+        return false;
+    char func[V_LINE_MAX];
+    func[0] = 0;
+    V_arg_string(rest, func);
+    set_trap_function(func);
+    return true;
+}
+
+bool sql_names(const char *value)
+{
+    if (strcmp(value, "lowercase") == 0) {
+        V_sqlcase = 0;
+        return true;
+    }
+    if (strcmp(value, "uppercase") == 0) {
+        V_sqlcase = 1;
+        return true;
+    }
+    return false;
+}
+
+bool apply_option(const char *name, const char *value, const char *rest, int *compile)
+{
+    if (strcmp(name, "sql_names") == 0)
+        return sql_names(value);
+    if (strcmp(name, "sql_transactions") == 0)
+        return on_off(value, &V_sqlTRANS);
+    if (strcmp(name, "sql_trap") == 0)
+        return sql_trap(value, rest);
+    if (strcmp(name, "latin_html") == 0)
+        return on_off(value, &HTML);
+    if (strcmp(name, "ignore_empty_lines") == 0)
+        return on_off(value, &IgnoreEmpty);
+    if (strcmp(name, "translate") == 0)
+        return on_off(value, compile);
+    if (strcmp(name, "debug") == 0)
+        return on_off(value, &Debug);
+    return false;
+}
+
+// Length of the argument taken from text, 0 when there was none.
+int next_arg(const char *text, char *out)
+{
+    int n = V_arg_string(text, out);
+    return n > 0 ? n : 0;
+}
+
+// Substitutes the text after the tag into buf and writes the debug line.
+void mode_args(const char *buff, const char *tag, int compile, char *buf)
+{
+    buf[0] = 0;
+    V_transline(buff + strlen(tag), buf, compile);
+    V_DEBUG("%s // %s\n", buff, buf);
+}
+
+} // namespace
+
+int V_option(char *buff, int *compile, int ignore)
+{
+    static const char tag[] = "<@option>";
+    if (!has_tag(buff, tag))
+        return -1;
+    V_TRACE("V_option: buff= %s; compile= %d ignore: %d \n", buff, *compile, ignore);
+    if (ignore)
+        return 0;
+    char buf[V_LINE_MAX];
+    char name[V_LINE_MAX];
+    char value[V_LINE_MAX];
+    mode_args(buff, tag, *compile, buf);
+    name[0] = value[0] = 0;
+    const char *p = buf;
+    p += next_arg(p, name);
+    p += next_arg(p, value);
+    lower(name);
+    lower(value);
+    if (!apply_option(name, value, p, compile))
+        ERRMSG("Unknown option: %s", buf);
+    return 0;
+}
+
+int V_compile(char *buff, int *compile, int ignore)
+{
+    static const char tag[] = "<@compile>";
+    if (!has_tag(buff, tag))
+        return -1;
+    V_TRACE("V_compile: buff= %s; compile= %d ignore: %d \n", buff, *compile, ignore);
+    if (ignore)
+        return 0;
+    char buf[V_LINE_MAX];
+    mode_args(buff, tag, *compile, buf);
+    switch_flag(buf, compile);
+    return 0;
+}
+
+int V_html(char *buff, int compile, int ignore)
+{
+    static const char tag[] = "<@html>";
+    if (!has_tag(buff, tag))
+        return -1;
+    V_TRACE("V_html: buff= %s; compile= %d ignore: %d \n", buff, compile, ignore);
+    if (ignore)
+        return 0;
+    char buf[V_LINE_MAX];
+    mode_args(buff, tag, compile, buf);
+    switch_flag(buf, &HTML);
+    return 0;
+}
