@@ -1,10 +1,201 @@
-// Placeholder bodies until this module is written.
+// Diagnostics: the fatal error routine with its one-shot lock, the trace
+// switched on by marker files in the home directory, and the debug file.
 #include "driver/diagnostics.h"
+
+#include "db/block_heap.h"
+#include "driver/environment.h"
+#include "driver/request.h"
+#include "interp/page_file.h"
+#include "values/output.h"
+
+#include <cstdarg>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <sys/time.h>
+#include <unistd.h>
 
 char V_ERRMSG[V_ERRMSG_SIZE];
 int Trace;
 int Debug;
-int ERRMSG(const char *fmt, ...)  { return -1; }
-int V_TRACE(const char *fmt, ...)  { return -1; }
-void V_DEBUG(const char *fmt, ...)  {}
-void PrintTM(FILE *fp) {}
+
+static int err_locked;
+
+static FILE *trace_fp;       // log file of Trace 2 and 3
+static int trace_ready;
+static FILE *debug_fp;
+static int debug_ready;
+
+// The clock shared by trace and debug lines.
+static int tm_ready;
+static long tm_start;
+static long tm_prev_sec;
+static long tm_prev_usec;
+
+void PrintTM(FILE *fp)
+{
+    struct timeval now;
+    gettimeofday(&now, nullptr);
+    if (!tm_ready) {
+        tm_ready = 1;
+        tm_start = now.tv_sec;
+        tm_prev_sec = now.tv_sec;
+        tm_prev_usec = now.tv_usec;
+    }
+    long since_prev = (now.tv_sec - tm_prev_sec) * 1000000L + (now.tv_usec - tm_prev_usec);
+    if (fp)
+        fprintf(fp, "%5d.%06d [%6d] ", (int)(now.tv_sec - tm_start), (int)now.tv_usec,
+                (int)since_prev);
+    tm_prev_sec = now.tv_sec;
+    tm_prev_usec = now.tv_usec;
+}
+
+static int home_file_exists(const char *name)
+{
+    char path[1024];
+    int n = snprintf(path, sizeof path, "%s/%s", V_HOME, name);
+    if (n < 0 || n >= (int)sizeof path)
+        return 0;
+    return access(path, F_OK) == 0;
+}
+
+static FILE *open_tmp_file(const char *name, const char *mode)
+{
+    char path[1024];
+    int n = snprintf(path, sizeof path, "%s/%s.%d", TMP_DIR ? TMP_DIR : "/tmp", name,
+                     (int)getpid());
+    if (n < 0 || n >= (int)sizeof path)
+        return nullptr;
+    return fopen(path, mode);
+}
+
+// Later markers override earlier ones, so V_LOG3 beats V_LOG beats V_TRACE.
+static void trace_setup()
+{
+    trace_ready = 1;
+    if (home_file_exists("V_TRACE") || Trace == 1)
+        Trace = 1;
+    if (home_file_exists("V_LOG") || Trace == 2) {
+        trace_fp = open_tmp_file("V_LOG", "w");
+        Trace = 2;
+    }
+    if (home_file_exists("V_LOG3") || Trace == 3) {
+        if (trace_fp)
+            fclose(trace_fp);
+        trace_fp = open_tmp_file("V_LOG3", "w");
+        Trace = 3;
+    }
+}
+
+static void trace_heap_figures(FILE *fp)
+{
+    V_heap *hp = v_BUFFERS.hp;
+    heapblock_t *mb = hp ? hp->smallreq : nullptr;
+    fprintf(fp, " hp: %d ", (int)(intptr_t)hp);
+    fflush(fp);
+    fprintf(fp, " mb: %d ", (int)(intptr_t)mb);
+    fflush(fp);
+    fprintf(fp, "m_used: %d =====\n", mb ? (int)mb->m_used : -1);
+    fflush(fp);
+}
+
+int V_TRACE(const char *fmt, ...)
+{
+    // The hot path: every module traces freely, so "off" must stay cheap.
+    if (trace_ready && !Trace)
+        return 0;
+    if (!V_HOME)
+        return -1;
+    if (!trace_ready)
+        trace_setup();
+    if (!Trace)
+        return 0;
+
+    FILE *fp = Trace == 1 ? V_out() : trace_fp;
+    if (!fp)
+        return 0;
+    if (Trace == 1)
+        fputs("<hr><h3><pre>", fp);
+    PrintTM(fp);
+    va_list ap;
+    va_start(ap, fmt);
+    vfprintf(fp, fmt, ap);
+    va_end(ap);
+    if (Trace == 1)
+        fputs("</pre></h3><hr>\n", fp);
+    fflush(fp);
+    if (Trace == 3)
+        trace_heap_figures(fp);
+    return 0;
+}
+
+static void debug_setup()
+{
+    if (!V_HOME)
+        return;
+    debug_ready = 1;
+    if (home_file_exists("V_DEBUG"))
+        Debug = 1;
+    if (home_file_exists("V_DEBUG2"))
+        Debug = 2;
+}
+
+void V_DEBUG(const char *fmt, ...)
+{
+    if (!debug_ready)
+        debug_setup();
+    if (!Debug) {
+        if (debug_fp) {
+            fclose(debug_fp);
+            debug_fp = nullptr;
+        }
+        return;
+    }
+    if (!debug_fp)
+        debug_fp = open_tmp_file("V_DEBUG", "a");
+    if (!debug_fp)
+        return;
+    PrintTM(debug_fp);
+    va_list ap;
+    va_start(ap, fmt);
+    vfprintf(debug_fp, fmt, ap);
+    va_end(ap);
+    if (Debug > 1)
+        fflush(debug_fp);
+}
+
+int ERRMSG(const char *fmt, ...)
+{
+    V_TRACE("ERRMSG: locked= %d :: msgfmt= %s \n", err_locked, fmt);
+    // An error inside the error page is dropped; the caller carries on.
+    if (err_locked)
+        return -1;
+    err_locked = 1;
+
+    va_list ap;
+    va_start(ap, fmt);
+    vsnprintf(V_ERRMSG, sizeof V_ERRMSG, fmt, ap);
+    va_end(ap);
+    V_TRACE("V_ERRMSG: %s", V_ERRMSG);
+
+    V_header();
+    if (!V_ERROR) {
+        if (!getenv("REQUEST_METHOD"))
+            printf("Usage:\n\tVorn script [-Var Value [-Var2 Value2 [..]]]\n\nERROR: %s\n",
+                   V_ERRMSG);
+        else
+            printf("</table></table></table><hr><h3><pre>\n %s \n</pre></h3><hr>", V_ERRMSG);
+        V_exit(-2);
+    }
+
+    // The error page always goes to the response, whatever the page had
+    // redirected its output to.
+    if (V_fp) {
+        if (V_fp != stdout)
+            fclose(V_fp);
+        V_fp = nullptr;
+    }
+    V_stdout = nullptr;
+    V_printfile(V_ERROR, 1);
+    V_exit(-2);
+}

@@ -1,5 +1,16 @@
-// Placeholder bodies until this module is written.
+// The installation directory and v.env, v.config with the site root for the
+// host, the fixed variables, and the confinement of the page and error page.
 #include "driver/environment.h"
+
+#include "driver/diagnostics.h"
+#include "form/urlencoded.h"
+#include "values/variables.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
 
 char *V_HOME;
 char *TMP_DIR;
@@ -7,7 +18,339 @@ char *V_BASE;
 int V_BASE_hold;
 char *V_PAGE;
 char *V_ERROR;
-void V_env() {}
-void V_values(const char *prog) {}
-void V_check_name(const char *root, const char *name) {}
-void V_default_names(const char *root) {}
+
+constexpr int ENV_LINE = 3000;
+constexpr int ENV_BUFFER = 4096;
+constexpr int CONFIG_LINE = 100;
+constexpr int ROOT_SIZE = 200;
+constexpr int BASE_SIZE = 40;
+constexpr int PID_SIZE = 20;
+constexpr int CHECK_SIZE = 500;
+
+// putenv keeps pointers into this buffer for the life of the process.
+static char env_buffer[ENV_BUFFER];
+static int env_used;
+
+static char site_root[ROOT_SIZE];
+static char base_name[BASE_SIZE];
+static char pid_text[PID_SIZE];
+
+static int env_store(const char *setting)
+{
+    int len = (int)strlen(setting);
+    if (len + 1 > ENV_BUFFER - env_used)
+        return -1;
+    char *slot = env_buffer + env_used;
+    memcpy(slot, setting, len + 1);
+    env_used += len + 1;
+    putenv(slot);
+    return 0;
+}
+
+static int file_exists(const char *dir, const char *name)
+{
+    char path[1024];
+    int n = snprintf(path, sizeof path, "%s/%s", dir, name);
+    return n > 0 && n < (int)sizeof path && access(path, F_OK) == 0;
+}
+
+static int is_regular(const char *path)
+{
+    struct stat st;
+    return stat(path, &st) == 0 && S_ISREG(st.st_mode);
+}
+
+static char *keep(const char *text)
+{
+    return strdup(text ? text : "");
+}
+
+static void find_home()
+{
+    const char *home = getenv("V_HOME");
+    if (home) {
+        V_HOME = keep(home);
+        return;
+    }
+    static const char *const candidates[] = {"/Vorn", "/etc/Vorn", "/opt/Vorn", "/apps/Vorn"};
+    for (const char *dir : candidates) {
+        if (file_exists(dir, "v.config")) {
+            V_HOME = keep(dir);
+            return;
+        }
+    }
+    V_HOME = keep(".");
+}
+
+static void load_env_file()
+{
+    char path[1024];
+    int n = snprintf(path, sizeof path, "%s/v.env", V_HOME);
+    if (n < 0 || n >= (int)sizeof path)
+        return;
+    FILE *fp = fopen(path, "r");
+    if (!fp)
+        return;
+    char line[ENV_LINE];
+    while (fgets(line, sizeof line, fp)) {
+        if (line[0] == '#' || !strchr(line, '='))
+            continue;
+        size_t len = strlen(line);
+        if (len && line[len - 1] == '\n')
+            line[len - 1] = 0;
+        env_store(line);   // a line that no longer fits is skipped
+    }
+    fclose(fp);
+}
+
+void V_env()
+{
+    // V_HOME is settled before v.env, which therefore cannot move it.
+    find_home();
+    load_env_file();
+    const char *tmp = getenv("TMP_DIR");
+    if (tmp) {
+        TMP_DIR = keep(tmp);
+        return;
+    }
+    TMP_DIR = keep("/tmp");
+    env_store("TMP_DIR=/tmp");
+}
+
+// A word longer than its field is cut at the field's size.
+static void copy_cut(char *dst, size_t size, const char *src)
+{
+    size_t len = strnlen(src, size - 1);
+    memcpy(dst, src, len);
+    dst[len] = 0;
+}
+
+static void host_key(char *key, int size)
+{
+    const char *host = getenv("HTTP_HOST");
+    if (host) {
+        snprintf(key, size, strchr(host, ':') ? "%s" : "%s:80", host);
+        return;
+    }
+    const char *name = getenv("SERVER_NAME");
+    const char *port = getenv("SERVER_PORT");
+    snprintf(key, size, "%s:%s", name ? name : "shell", port ? port : "00");
+}
+
+// Fills site_root, base_name and hold from the first line for key; each
+// word is scanned into a line-sized buffer and cut to its own field after.
+static void read_config(const char *key, int *hold)
+{
+    char path[1024];
+    snprintf(path, sizeof path, "%s/v.config", V_HOME);
+    site_root[0] = 0;
+    base_name[0] = 0;
+    *hold = 0;
+    FILE *fp = fopen(path, "r");
+    if (!fp) {
+        if (strcmp(key, "shell:00")) {
+            ERRMSG("Cannot open V_HOME config file: %s", path);
+            return;
+        }
+        if (!getcwd(site_root, sizeof site_root))
+            snprintf(site_root, sizeof site_root, ".");
+        return;
+    }
+    char line[CONFIG_LINE];
+    while (fgets(line, sizeof line, fp)) {
+        char w1[CONFIG_LINE] = "", w2[CONFIG_LINE] = "", w3[CONFIG_LINE] = "",
+             w4[CONFIG_LINE] = "";
+        sscanf(line, "%99s %99s %99s %99s", w1, w2, w3, w4);
+        copy_cut(site_root, sizeof site_root, w2);
+        copy_cut(base_name, sizeof base_name, w3);
+        *hold = !strcmp(w4, "hold");
+        if (!strcmp(w1, key))
+            break;
+        site_root[0] = 0;
+        base_name[0] = 0;
+        *hold = 0;
+    }
+    fclose(fp);
+}
+
+static void put_fixed_values(const char *prog)
+{
+    V_put_value("V_ROOT", site_root, 1, 0);
+    V_put_value("V_HOME", V_HOME, 1, 0);
+    snprintf(pid_text, sizeof pid_text, "%d", (int)getpid());
+    V_put_value("V_PID", pid_text, 1, 0);
+    const char *slash = strrchr(prog, '/');
+    V_put_value("V_PROG", slash ? slash + 1 : prog, 1, 0);
+}
+
+static void form_to_variables()
+{
+    for (int i = 0; i < V_ENT_MAX && ent[i].name; i++) {
+        if (ent[i].val && ent[i].val[0])
+            V_add_value(ent[i].name, ent[i].val);
+    }
+}
+
+// The globals keep their own copies, so a page that later assigns the
+// variables cannot pull the text from under them.
+static char *checked_value(const char *root, const char *name)
+{
+    if (!V_get_user(name))
+        return nullptr;
+    V_check_name(root, name);
+    char *value = V_get_value(name);
+    return value ? keep(value) : nullptr;
+}
+
+void V_values(const char *prog)
+{
+    V_TRACE("V_values: entry \n");
+    char key[256];
+    host_key(key, sizeof key);
+
+    read_config(key, &V_BASE_hold);
+    if (!site_root[0]) {
+        ERRMSG("No V_ROOT configuration for SERVER: %s\n", key);
+        return;
+    }
+    V_TRACE("V_ROOT ===> {%s} \n", site_root);
+    if (chdir(site_root)) {
+        // the pages are still looked up by their full paths
+    }
+
+    put_fixed_values(prog);
+    if (!base_name[0])
+        snprintf(base_name, sizeof base_name, "Vorn");
+    V_BASE = base_name;
+    V_put_value("V_BASE", V_BASE, V_BASE_hold, 0);
+    V_TRACE("==> Server: %s  Root: %s   Base: %s   Hold: %d \n", key, site_root, V_BASE,
+            V_BASE_hold);
+
+    form_to_variables();
+    V_PAGE = checked_value(site_root, "V_PAGE");
+    V_ERROR = checked_value(site_root, "V_ERROR");
+    V_default_names(site_root);
+    if (!V_PAGE)
+        ERRMSG("### Not found V_PAGE value...");
+}
+
+static void collapse_slashes(char *path)
+{
+    for (int changed = 1; changed;) {
+        changed = 0;
+        char *p;
+        while ((p = strstr(path, "//"))) {
+            memmove(p, p + 1, strlen(p + 1) + 1);
+            changed = 1;
+        }
+        while ((p = strstr(path, "/./"))) {
+            memmove(p, p + 2, strlen(p + 2) + 1);
+            changed = 1;
+        }
+    }
+}
+
+// A value lies under root only when root is followed by a "/" or ends the
+// value: "/site2/x" is not under "/site".
+static int under_root(const char *root, const char *value)
+{
+    size_t n = strlen(root);
+    if (strncmp(value, root, n))
+        return 0;
+    return n == 0 || root[n - 1] == '/' || value[n] == '/' || value[n] == 0;
+}
+
+static int climbs_out(const char *rest)
+{
+    int depth = 0;
+    while (*rest) {
+        const char *end = strchr(rest, '/');
+        size_t len = end ? (size_t)(end - rest) : strlen(rest);
+        if (len == 2 && !strncmp(rest, "..", 2)) {
+            if (--depth < 0)
+                return 1;
+        } else if (len && !(len == 1 && rest[0] == '.')) {
+            depth++;
+        }
+        rest += len;
+        if (*rest == '/')
+            rest++;
+    }
+    return 0;
+}
+
+int V_confine_path(const char *root, const char *value, char *out, int size)
+{
+    int n = under_root(root, value) ? snprintf(out, size, "%s", value)
+                                    : snprintf(out, size, "%s/%s", root, value);
+    if (n < 0 || n >= size)
+        return -1;
+    collapse_slashes(out);
+
+    char clean_root[CHECK_SIZE];
+    n = snprintf(clean_root, sizeof clean_root, "%s", root);
+    if (n < 0 || n >= (int)sizeof clean_root)
+        return -1;
+    collapse_slashes(clean_root);
+    size_t root_len = strlen(clean_root);
+    if (strncmp(out, clean_root, root_len))
+        return -1;
+    return climbs_out(out + root_len) ? -1 : 0;
+}
+
+void V_check_name(const char *root, const char *name)
+{
+    V_USER *user = V_get_user(name);
+    if (!user || !user->var.value)
+        return;
+    const char *value = user->var.value;
+    char path[CHECK_SIZE];
+    if (strlen(value) > CHECK_SIZE ||
+        V_confine_path(root, value, path, sizeof path)) {
+        ERRMSG("Invalid %s value: %s \n", name, value);
+        return;
+    }
+    V_TRACE("regular_file: %s ==> ? \n", path);
+    if (!is_regular(path)) {
+        ERRMSG("Invalid %s value: %s \n", name, value);
+        return;
+    }
+    V_TRACE("regular_file: %s ==> OK.\n", path);
+    if (!strcmp(path, value))
+        return;
+
+    size_t len = strlen(path) + 1;
+    char *copy = user->hp ? (char *)V_heap_alloc(user->hp, (int)len) : nullptr;
+    if (!copy) {
+        V_put_value(name, path, user->fixed, user->cookie);
+        return;
+    }
+    memcpy(copy, path, len);
+    user->var.value = copy;
+}
+
+void V_default_names(const char *root)
+{
+    char candidate[CHECK_SIZE + 16];
+    if (!V_PAGE) {
+        V_TRACE("def: V_PAGE");
+        snprintf(candidate, sizeof candidate, "%s/v.page", root);
+        if (!is_regular(candidate))
+            return;
+        V_put_value("V_PAGE", candidate, 0, 0);
+        const char *stored = V_get_value("V_PAGE");
+        V_PAGE = keep(stored ? stored : candidate);
+        V_TRACE("def: V_PAGE: %s", V_PAGE);
+    }
+    if (V_ERROR)
+        return;
+    const char *slash = strrchr(V_PAGE, '/');
+    int dir_len = slash ? (int)(slash - V_PAGE) : 1;
+    int n = snprintf(candidate, sizeof candidate, "%.*s/v.error", dir_len,
+                     slash ? V_PAGE : ".");
+    if (n < 0 || n >= (int)sizeof candidate || !is_regular(candidate))
+        return;
+    V_put_value("V_ERROR", candidate, 0, 0);
+    V_ERROR = keep(candidate);
+    V_TRACE("def: V_ERROR: %s", V_ERROR);
+}

@@ -1,11 +1,182 @@
-// Placeholder bodies until this module is written.
+// The request driver: the global interpreter record, start-up, decoding of
+// the request or the command line, the response header, the page run, exit.
 #include "driver/request.h"
+
+#include "db/session.h"
+#include "driver/cookies.h"
+#include "driver/diagnostics.h"
+#include "driver/environment.h"
+#include "form/multipart.h"
+#include "form/urlencoded.h"
+#include "interp/page_file.h"
+#include "values/output.h"
+#include "values/variables.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <unistd.h>
 
 V_BUFFERS v_BUFFERS;
-int V_main(int argc, char **argv) { return -1; }
-void V_start() {}
-void V_header() {}
-int V_checkpage(const char *page) { return -1; }
-int V_action() { return -1; }
-void V_exit(int code) { _exit(code); }
+
+enum { METHOD_OTHER = -1, METHOD_POST = 1, METHOD_GET = 2 };
+
+static int request_method()
+{
+    const char *m = getenv("REQUEST_METHOD");
+    if (!m)
+        return METHOD_OTHER;
+    if (!strcmp(m, "POST"))
+        return METHOD_POST;
+    if (!strcmp(m, "GET"))
+        return METHOD_GET;
+    return METHOD_OTHER;
+}
+
+void V_start()
+{
+    v_BUFFERS.hp = V_heap_new();
+    v_BUFFERS.freelist = nullptr;
+    v_BUFFERS.vtree = {nullptr, V_avlcmp};
+    v_BUFFERS.ftree = {nullptr, V_avlcmp};
+    v_BUFFERS.ctree = {nullptr, V_avlcmp};
+    V_env();
+    V_fp = nullptr;
+}
+
+void V_header()
+{
+    static int done;
+    if (done)
+        return;
+    done = 1;
+    printf("\r\n\r\n<!-- %s page interpreter -->\n\n", V_BANNER);
+    fflush(stdout);
+}
+
+// Only a url-encoded body goes to the url-encoded decoder; a content type
+// with parameters (a charset) is compared exactly and so goes multipart.
+static void decode_post()
+{
+    const char *type = getenv("CONTENT_TYPE");
+    int rc;
+    if (type && !strcmp(type, "application/x-www-form-urlencoded"))
+        rc = POST_parser(ent);
+    else
+        rc = E_POST_parser(ent);
+    if (rc)
+        ERRMSG("%s", POST_errmsg ? POST_errmsg : "");
+}
+
+static void decode_get()
+{
+    if (GET_parser(ent, "V_PAGE")) {
+        ERRMSG("%s", POST_errmsg ? POST_errmsg : "");
+        return;
+    }
+    GET_path(ent, "V_PAGE");
+}
+
+// The command line takes the place of the form: "-Var Value" pairs, "-V"
+// for the banner, and the first existing file as the page.
+static void shell_arguments(int argc, char **argv)
+{
+    int page_found = 0;
+    for (int i = 1; i < argc; i++) {
+        const char *arg = argv[i];
+        if (arg[0] == '-' && i < argc - 1) {
+            if (!strcmp(arg, "-V")) {
+                V_header();
+                continue;
+            }
+            if (!strcmp(arg, "-V_PAGE") && V_checkpage(argv[i + 1]) == 0) {
+                page_found = 1;
+                i++;
+                continue;
+            }
+            V_add_value(arg + 1, argv[i + 1]);
+            i++;
+            continue;
+        }
+        if (!page_found && V_checkpage(arg) == 0)
+            page_found = 1;
+    }
+}
+
+int V_checkpage(const char *page)
+{
+    char work[300];
+    char cwd[200];
+    if (!getcwd(cwd, sizeof cwd))
+        snprintf(cwd, sizeof cwd, ".");
+
+    if (access(page, F_OK) == 0) {
+        if (page[0] == '/')
+            snprintf(work, sizeof work, "%s", page);
+        else
+            snprintf(work, sizeof work, "%s/%s", cwd, page);
+        V_add_value("V_PAGE", work);
+        return 0;
+    }
+    // For a relative name this repeats the test above; kept as it is.
+    snprintf(work, sizeof work, "%s/%s", cwd, page);
+    if (access(work, F_OK) == 0) {
+        V_add_value("V_PAGE", work);
+        return 0;
+    }
+    return -1;
+}
+
+int V_action()
+{
+    if (!V_PAGE)
+        return -1;
+    return V_printfile(V_PAGE, 1);
+}
+
+void V_exit(int code)
+{
+    V_TRACE("V_exit( %d );", code);
+    V_finish();
+    char path[1024];
+    int n = snprintf(path, sizeof path, "%s/V.%d", TMP_DIR ? TMP_DIR : "/tmp", (int)getpid());
+    if (n > 0 && n < (int)sizeof path)
+        unlink(path);
+    V_TRACE("V_exit: exit...");
+    fflush(stdout);
+    exit(code);
+}
+
+int V_main(int argc, char **argv)
+{
+    Trace = 0;
+    V_start();
+    V_TRACE("==> Vorn: started...");
+
+    int method = request_method();
+    if (method == METHOD_POST)
+        decode_post();
+    else if (method == METHOD_GET)
+        decode_get();
+    else
+        V_TRACE("Unknown http method");
+
+    if (method == METHOD_OTHER) {
+        shell_arguments(argc, argv);
+    } else {
+        // The header block stays open for the cookie lines.
+        fputs("Content-Type: text/html\r\n", stdout);
+        fflush(stdout);
+    }
+
+    V_TRACE("\n==>  V_values(); \n");
+    V_values(argc > 0 && argv[0] ? argv[0] : "Vorn");
+    V_set_cookies();
+    if (method != METHOD_OTHER)
+        V_header();
+
+    V_TRACE("\n==>  V_action(); \n");
+    V_action();
+    V_TRACE("\n==>  EXIT; \n");
+    V_exit(0);
+}
