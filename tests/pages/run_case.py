@@ -15,7 +15,8 @@ A case file is a set of sections, each opened by a line "=== NAME [ARG]":
   setup           shell lines run in the site root before the interpreter
 Section texts keep their final newline; "=== stdout -n" (and likewise for
 every section) drops it. In all sections @SITE@, @HOME@ and @TMP@ stand for
-the directories of the run and <CR> for a carriage return.
+the directories of the run and <CR> for a carriage return. The interpreter's
+own path is in the environment as VORN_BIN, for pages that start another run.
 """
 import os
 import re
@@ -84,7 +85,8 @@ def main():
             return 2
 
     env = {'PATH': os.environ.get('PATH', '/usr/bin:/bin'), 'V_HOME': home,
-           'TMP_DIR': tmp, 'LANG': 'C', 'TZ': os.environ.get('VORN_TEST_TZ', 'UTC')}
+           'TMP_DIR': tmp, 'LANG': 'C', 'TZ': os.environ.get('VORN_TEST_TZ', 'UTC'),
+           'VORN_BIN': vorn}
     # the sanitizer and database settings of the test run pass through
     for key, value in os.environ.items():
         if key.startswith(('ASAN_', 'UBSAN_', 'LSAN_', 'VORN_', 'PG')):
