@@ -1,6 +1,588 @@
-// Placeholder bodies until this module is written.
+// Value substitution: finds $(...) references in a line, expands nested ones
+// first, and resolves each reference through the modifiers and system names.
 #include "values/substitution.h"
 
-void V_transline(const char *line, char *buff, int compile) {}
-void V_transline_n(const char *line, char *buff, int size, int compile) {}
-void V_transvalue(const char *ref, char *buff) {}
+#include <crypt.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cstdarg>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+
+#include "db/sql_commands.h"
+#include "driver/diagnostics.h"
+#include "driver/request.h"
+#include "form/url_codec.h"
+#include "interp/conditions.h"
+#include "interp/expressions.h"
+#include "interp/functions.h"
+#include "interp/options.h"
+#include "interp/page_file.h"
+#include "sys/streams.h"
+#include "values/arguments.h"
+#include "values/dates.h"
+#include "values/output.h"
+#include "values/variables.h"
+
+namespace {
+
+// Where a translation goes: the page (buf null) or a bounded buffer that is
+// filled from pos and always kept NUL-terminated.
+struct V_sink {
+    char *buf;
+    int size;
+    int pos;
+};
+
+constexpr int FORMAT_MAX = 80;      // printf:/int: formats beyond 79 characters are cut
+constexpr int DATE_NAME_MAX = 100;  // dt2str:/str2dt: operands must stay shorter
+constexpr int NUM_MAX = 64;
+
+// Work buffers live on the heap: modifiers chain and references nest, and a
+// hostile page could otherwise stack thousands of 8 KB frames.
+std::unique_ptr<char[]> work_buf(int n) {
+    std::unique_ptr<char[]> p(new char[n]);
+    p[0] = '\0';
+    return p;
+}
+
+void sink_bytes(V_sink &s, const char *text, int n) {
+    if (!s.buf) {
+        V_write_text(text, n);
+        return;
+    }
+    int room = s.size - 1 - s.pos;
+    if (n > room) n = room;
+    if (n > 0) {
+        memcpy(s.buf + s.pos, text, n);
+        s.pos += n;
+    }
+    s.buf[s.pos] = '\0';
+}
+
+// One resolved value: to the page through transvalue (encoding, V_len cut,
+// flush), or copied into the buffer with the same V_len cut but unencoded.
+void sink_value(V_sink &s, const char *value) {
+    if (!s.buf) {
+        transvalue(value, nullptr);
+        return;
+    }
+    if (!value) value = "";
+    int n = (int)strlen(value);
+    if (V_len > 0 && n > V_len) n = V_len;
+    int room = s.size - 1 - s.pos;
+    if (n > room) n = room;
+    if (n > 0) {
+        memcpy(s.buf + s.pos, value, n);
+        s.pos += n;
+    }
+    s.buf[s.pos] = '\0';
+}
+
+void sink_printf(V_sink &s, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+void sink_printf(V_sink &s, const char *fmt, ...) {
+    char num[NUM_MAX];
+    va_list ap;
+    va_start(ap, fmt);
+    vsnprintf(num, sizeof num, fmt, ap);
+    va_end(ap);
+    sink_value(s, num);
+}
+
+const char *after(const char *ref, const char *prefix) {
+    size_t n = strlen(prefix);
+    return strncmp(ref, prefix, n) == 0 ? ref + n : nullptr;
+}
+
+// strtol clamped to int: page numbers are hostile and must not overflow.
+int to_int(const char *text) {
+    long v = strtol(text, nullptr, 10);
+    if (v > INT_MAX) return INT_MAX;
+    if (v < INT_MIN) return INT_MIN;
+    return (int)v;
+}
+
+// Copies at most n characters of text (and a NUL) into out of size bytes.
+void copy_n(char *out, int size, const char *text, int n) {
+    if (n > size - 1) n = size - 1;
+    if (n < 0) n = 0;
+    memcpy(out, text, n);
+    out[n] = '\0';
+}
+
+void resolve(const char *ref, V_sink &out);
+
+// The value of a further reference, resolved into work (V_LINE_MAX bytes).
+void value_of(const char *ref, char *work) {
+    V_sink w{work, V_LINE_MAX, 0};
+    work[0] = '\0';
+    resolve(ref, w);
+}
+
+// Leading blanks go, runs of blanks become one, one trailing blank goes.
+// Tabs are ordinary characters here.
+void trim_buff(char *text) {
+    V_TRACE("trim_buff: IN= {%s}", text);
+    char *w = text;
+    const char *r = text;
+    while (*r == ' ') r++;
+    for (; *r; r++) {
+        if (*r == ' ' && w > text && w[-1] == ' ') continue;
+        *w++ = *r;
+    }
+    if (w > text && w[-1] == ' ') w--;
+    *w = '\0';
+    V_TRACE("trim_buff: OUT= {%s}", text);
+}
+
+void row_call(const char *rest, V_sink &out) {
+    auto args = work_buf(V_LINE_MAX);
+    value_of(rest, args.get());
+    const char *text = args[0] ? args.get() : rest;
+    auto cmd = work_buf(V_LINE_MAX);
+    snprintf(cmd.get(), V_LINE_MAX, "<@call> %s", text);
+    V_TRACE("==> call: CALL: [%s] ", cmd.get());
+    auto receiver = work_buf(V_LINE_MAX);
+    memset(receiver.get(), 0, V_LINE_MAX);
+    V_call(cmd.get(), 1, 0, receiver.get());
+    receiver[V_LINE_MAX - 1] = '\0';
+    auto result = work_buf(V_LINE_MAX);
+    V_arg_string(receiver.get(), result.get());
+    V_TRACE("==> call: OUTPUT: [%s] ", result.get());
+    sink_value(out, result.get());
+}
+
+void row_txt2url(const char *rest, V_sink &out) {
+    auto value = work_buf(V_LINE_MAX);
+    value_of(rest, value.get());
+    auto coded = work_buf(3 * V_LINE_MAX + 1);
+    escape_url(value.get(), coded.get());
+    sink_value(out, coded.get());
+}
+
+// The salt is "%02x" of the byte sum (signed chars) % 256, as the int
+// arithmetic always did it: C++ '%' truncates toward zero, so a negative sum
+// gives a remainder in -255..0, and "%02x" of that int prints eight hex
+// digits ("ffffff80"). crypt only reads the first two salt characters, so
+// such values all salt with "ff"; the salt is kept as it always was.
+void row_crypt(const char *rest, V_sink &out) {
+    auto value = work_buf(V_LINE_MAX);
+    value_of(rest, value.get());
+    int sum = 0;
+    for (const char *p = value.get(); *p; p++) sum += (signed char)*p;
+    char salt[16];
+    snprintf(salt, sizeof salt, "%02x", (unsigned)(sum % 256));
+    const char *hash = crypt(value.get(), salt);
+    if (!hash || hash[0] == '*') hash = "";
+    sink_value(out, hash);
+}
+
+// Splits "N:F" of dt2str:/str2dt: into two bounded names; 0 on success,
+// else the error has been reported.
+int date_operands(const char *ref, const char *rest, const char *what, char *n, char *f) {
+    const char *colon = strchr(rest, ':');
+    if (!colon) {
+        ERRMSG("Bad format for %s: %s \n", what, ref);
+        return -1;
+    }
+    int nlen = (int)(colon - rest);
+    int flen = (int)strlen(colon + 1);
+    if (nlen >= DATE_NAME_MAX || flen >= DATE_NAME_MAX) {
+        ERRMSG("Too long name(s) for %s: %s \n", what, ref);
+        return -1;
+    }
+    copy_n(n, DATE_NAME_MAX, rest, nlen);
+    copy_n(f, DATE_NAME_MAX, colon + 1, flen);
+    return 0;
+}
+
+void row_dt2str(const char *ref, const char *rest, V_sink &out) {
+    char n[DATE_NAME_MAX], f[DATE_NAME_MAX];
+    if (date_operands(ref, rest, "dt2str", n, f) < 0) return;
+    auto value = work_buf(V_LINE_MAX);
+    value_of(n, value.get());
+    long dt = strtol(value.get(), nullptr, 10);
+    auto text = work_buf(V_LINE_MAX);
+    V_dt2str(dt, f, text.get());
+    text[V_LINE_MAX - 1] = '\0';
+    V_TRACE("### dt2str ==> %s \n", text.get());
+    sink_value(out, text.get());
+}
+
+void row_str2dt(const char *ref, const char *rest, V_sink &out) {
+    char n[DATE_NAME_MAX], f[DATE_NAME_MAX];
+    if (date_operands(ref, rest, "str2dt", n, f) < 0) return;
+    auto value = work_buf(V_LINE_MAX);
+    value_of(n, value.get());
+    long dt = 0;
+    V_str2dt(value.get(), f, &dt);
+    sink_printf(out, "%ld", dt);
+}
+
+// year:/month:/day: take a piece of a "yyyy-mm-dd" text; shorter values pass.
+void row_date_part(const char *rest, int at, int n, const char *trace, V_sink &out) {
+    auto value = work_buf(V_LINE_MAX);
+    value_of(rest, value.get());
+    if (strlen(value.get()) >= 10) {
+        memmove(value.get(), value.get() + at, n);
+        value[n] = '\0';
+    }
+    V_TRACE(trace, value.get());
+    sink_value(out, value.get());
+}
+
+void row_cut(const char *rest, V_sink &out) {
+    const char *colon = strchr(rest, ':');
+    if (!colon) return;
+    V_len = to_int(rest);
+    resolve(colon + 1, out);
+    V_len = -1;
+}
+
+// str:A:B:R, characters A..B counted from 1; every odd case writes nothing.
+void row_str(const char *rest, V_sink &out) {
+    if (!*rest) return;
+    const char *c1 = strchr(rest, ':');
+    if (!c1) return;
+    const char *c2 = strchr(c1 + 1, ':');
+    if (!c2) return;
+    int a = to_int(rest), b = to_int(c1 + 1);
+    if (a < 1 || b < 1 || a > b) return;
+    auto value = work_buf(V_LINE_MAX);
+    value_of(c2 + 1, value.get());
+    int len = (int)strlen(value.get());
+    if (len < a - 1) return;
+    int n = b - a + 1;
+    if (n > len - (a - 1)) n = len - (a - 1);
+    value[a - 1 + n] = '\0';
+    sink_value(out, value.get() + a - 1);
+}
+
+// word:R:K, the K-th word of the trimmed value; every blank or tab starts a
+// new word, so two tabs in a row hold an empty word between them.
+void row_word(const char *rest, V_sink &out) {
+    const char *colon = strrchr(rest, ':');
+    if (!colon) return;
+    int k = to_int(colon + 1);
+    if (k < 1) return;
+    auto name = work_buf(V_LINE_MAX);
+    copy_n(name.get(), V_LINE_MAX, rest, (int)(colon - rest));
+    auto value = work_buf(V_LINE_MAX);
+    value_of(name.get(), value.get());
+    trim_buff(value.get());
+    char *p = value.get();
+    for (int i = 1; i < k; i++) {
+        p += strcspn(p, " \t");
+        if (!*p) return;
+        p++;
+    }
+    p[strcspn(p, " \t")] = '\0';
+    sink_value(out, p);
+}
+
+// A page-supplied format may hold exactly one conversion (and any number
+// of "%%"): flags, at most four digits of width and of precision, no '*',
+// no length modifier. Returns the conversion character, or 0 when the
+// format is refused; a refused format writes nothing.
+char format_conversion(const char *fmt) {
+    char conv = 0;
+    for (const char *p = fmt; *p; p++) {
+        if (*p != '%') continue;
+        if (p[1] == '%') {
+            p++;
+            continue;
+        }
+        if (conv) return 0;
+        p++;
+        while (*p && strchr("-+ #0", *p)) p++;
+        int digits = 0;
+        while (isdigit((unsigned char)*p)) p++, digits++;
+        if (digits > 4) return 0;
+        if (*p == '.') {
+            p++;
+            digits = 0;
+            while (isdigit((unsigned char)*p)) p++, digits++;
+            if (digits > 4) return 0;
+        }
+        if (!*p || !strchr("diouxXcsfeEgG", *p)) return 0;
+        conv = *p;
+    }
+    return conv;
+}
+
+// The checked format may be any text; the one conversion matches the
+// argument type passed, so this is safe despite the non-literal format.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+void format_int(V_sink &out, const char *fmt, char conv, int v) {
+    auto text = work_buf(V_LINE_MAX);
+    if (strchr("ouxX", conv))
+        snprintf(text.get(), V_LINE_MAX, fmt, (unsigned)v);
+    else
+        snprintf(text.get(), V_LINE_MAX, fmt, v);
+    sink_value(out, text.get());
+}
+
+void format_double(V_sink &out, const char *fmt, double v) {
+    auto text = work_buf(V_LINE_MAX);
+    snprintf(text.get(), V_LINE_MAX, fmt, v);
+    sink_value(out, text.get());
+}
+
+void format_text(V_sink &out, const char *fmt, const char *v) {
+    auto text = work_buf(V_LINE_MAX);
+    snprintf(text.get(), V_LINE_MAX, fmt, v);
+    sink_value(out, text.get());
+}
+#pragma GCC diagnostic pop
+
+// int:F:K, the literal integer K through the format F; F ends at the last
+// ':' so that a format may itself hold a colon.
+void row_int(const char *rest, V_sink &out) {
+    const char *colon = strrchr(rest, ':');
+    if (!colon) return;
+    char fmt[FORMAT_MAX];
+    copy_n(fmt, FORMAT_MAX, rest, (int)(colon - rest));
+    char conv = format_conversion(fmt);
+    if (!conv || !strchr("diouxXc", conv)) return;
+    format_int(out, fmt, conv, to_int(colon + 1));
+}
+
+// printf:F:N, the first value of variable N through F. The argument type is
+// chosen by the format's own conversion character (s and c take the text, c
+// its first byte; f, e, g a number read as floating; the others an integer),
+// so a letter in the literal part of the format cannot mismatch the type.
+void row_printf(const char *rest, V_sink &out) {
+    const char *colon = strrchr(rest, ':');
+    if (!colon) return;
+    char fmt[FORMAT_MAX];
+    copy_n(fmt, FORMAT_MAX, rest, (int)(colon - rest));
+    const char *value = V_get_value(colon + 1);
+    if (!value) value = "";
+    char conv = format_conversion(fmt);
+    if (!conv) return;
+    if (conv == 's') return format_text(out, fmt, value);
+    if (conv == 'c') return format_int(out, fmt, conv, (unsigned char)value[0]);
+    if (strchr("feEgG", conv)) return format_double(out, fmt, strtod(value, nullptr));
+    format_int(out, fmt, conv, to_int(value));
+}
+
+void row_expr(const char *ref, const char *rest, V_sink &out) {
+    int vi = 0;
+    float vf = 0;
+    int status = EXPR_parser(rest, &vi, &vf);
+    if (status < 0) {
+        ERRMSG("EXPR error: %s \n", ref);
+        return;
+    }
+    if (status == 1)
+        sink_printf(out, "%d", vi);
+    else
+        sink_printf(out, "%f", (double)vf);
+}
+
+void row_today(V_sink &out) {
+    const char *today = V_today(v_BUFFERS.hp);
+    sink_value(out, today ? today : "");
+}
+
+void row_udt(V_sink &out) {
+    struct timeval tv;
+    gettimeofday(&tv, nullptr);
+    sink_printf(out, "%ld.%06d", (long)tv.tv_sec, (int)tv.tv_usec);
+}
+
+// Microseconds since the previous V_DDT of this process; 0 the first time.
+void row_ddt(V_sink &out) {
+    static struct timeval last;
+    static int seen;
+    struct timeval now;
+    gettimeofday(&now, nullptr);
+    long long us = 0;
+    if (seen)
+        us = (long long)(now.tv_sec - last.tv_sec) * 1000000 + (now.tv_usec - last.tv_usec);
+    seen = 1;
+    last = now;
+    if (us > INT_MAX) us = INT_MAX;
+    sink_printf(out, "%d", (int)us);
+}
+
+// Seeds through srand while the numbers come from random(): the pages have
+// always seen this pairing, so it stays.
+void row_random(V_sink &out) {
+    static int seeded;
+    if (!seeded) {
+        srand((unsigned)getpid());
+        seeded = 1;
+    }
+    sink_printf(out, "%ld", random());
+}
+
+void row_count(avl_tree_t &tree, V_sink &out) {
+    int maxlen = 0;
+    int n = count_tree(tree.root, &maxlen);
+    sink_printf(out, "%d [%d]", n, maxlen);
+}
+
+void row_variable(const char *ref, V_sink &out) {
+    const char *value = V_get_value(ref);
+    if (!value) {
+        V_TRACE("V_transvalue: no value for: [%s]", ref);
+        value = "";
+    }
+    sink_value(out, value);
+}
+
+// The string modifiers that take the value of R and rewrite it in place.
+enum { IN_SH, IN_URL2TXT, IN_TRIM, IN_LOWER, IN_UPPER };
+
+void row_inplace(int kind, const char *rest, V_sink &out) {
+    auto value = work_buf(V_LINE_MAX);
+    value_of(rest, value.get());
+    char *v = value.get();
+    if (kind == IN_SH) escape_shell_cmd(v, V_LINE_MAX);
+    if (kind == IN_URL2TXT) unescape_url(v);
+    if (kind == IN_TRIM) trim_buff(v);
+    if (kind == IN_LOWER)
+        for (char *p = v; *p; p++) *p = (char)tolower((unsigned char)*p);
+    if (kind == IN_UPPER)
+        for (char *p = v; *p; p++) *p = (char)toupper((unsigned char)*p);
+    sink_value(out, v);
+}
+
+// The control characters: the two-character escape a page writes, or the
+// character itself.
+int row_control(const char *ref, V_sink &out) {
+    if (!strcmp(ref, "\\t") || !strcmp(ref, "\t")) return sink_value(out, "\t"), 0;
+    if (!strcmp(ref, "\\n") || !strcmp(ref, "\n")) return sink_value(out, "\n"), 0;
+    if (!strcmp(ref, "\\r") || !strcmp(ref, "\r")) return sink_value(out, "\r"), 0;
+    return -1;
+}
+
+// Modifiers are tested in a fixed order, the first match deciding; the
+// order matters because some prefixes are prefixes of variable names.
+int row_modifier(const char *ref, V_sink &out) {
+    const char *rest;
+    if ((rest = after(ref, "sh:"))) return row_inplace(IN_SH, rest, out), 0;
+    if ((rest = after(ref, "call:"))) return row_call(rest, out), 0;
+    if ((rest = after(ref, "txt2url:"))) return row_txt2url(rest, out), 0;
+    if ((rest = after(ref, "url2txt:"))) return row_inplace(IN_URL2TXT, rest, out), 0;
+    if ((rest = after(ref, "trim:"))) return row_inplace(IN_TRIM, rest, out), 0;
+    if ((rest = after(ref, "lower:"))) return row_inplace(IN_LOWER, rest, out), 0;
+    if ((rest = after(ref, "upper:"))) return row_inplace(IN_UPPER, rest, out), 0;
+    if ((rest = after(ref, "crypt:"))) return row_crypt(rest, out), 0;
+    if ((rest = after(ref, "dt2str:"))) return row_dt2str(ref, rest, out), 0;
+    if ((rest = after(ref, "str2dt:"))) return row_str2dt(ref, rest, out), 0;
+    if ((rest = after(ref, "year:"))) return row_date_part(rest, 0, 4, "date_YEAR: %s", out), 0;
+    if ((rest = after(ref, "month:"))) return row_date_part(rest, 5, 2, "date_MONTH: %s", out), 0;
+    if ((rest = after(ref, "day:"))) return row_date_part(rest, 8, 2, "date_DAY: %s", out), 0;
+    if ((rest = after(ref, "len:"))) {
+        auto value = work_buf(V_LINE_MAX);
+        value_of(rest, value.get());
+        return sink_printf(out, "%d", (int)strlen(value.get())), 0;
+    }
+    if ((rest = after(ref, "cut:"))) return row_cut(rest, out), 0;
+    if ((rest = after(ref, "str:"))) return row_str(rest, out), 0;
+    if ((rest = after(ref, "word:"))) return row_word(rest, out), 0;
+    if ((rest = after(ref, "int:"))) return row_int(rest, out), 0;
+    if ((rest = after(ref, "printf:"))) return row_printf(rest, out), 0;
+    if ((rest = after(ref, "ftell:"))) return sink_printf(out, "%ld", V_ftell(rest)), 0;
+    if ((rest = after(ref, "expr:"))) return row_expr(ref, rest, out), 0;
+    if ((rest = after(ref, "env:"))) {
+        const char *env = getenv(rest);
+        return sink_value(out, env ? env : ""), 0;
+    }
+    return -1;
+}
+
+// System names; those matched as prefixes take any reference that merely
+// begins with them, which pages rely on.
+int row_system(const char *ref, V_sink &out) {
+    if (!strcmp(ref, "today")) return row_today(out), 0;
+    if (after(ref, "V_ROWS")) return sink_printf(out, "%d", V_rowcount), 0;
+    if (after(ref, "V_DT")) return sink_printf(out, "%ld", (long)time(nullptr)), 0;
+    if (after(ref, "V_UDT")) return row_udt(out), 0;
+    if (after(ref, "V_DDT")) return row_ddt(out), 0;
+    if (after(ref, "V_RANDOM")) return row_random(out), 0;
+    if (after(ref, "V_SQLCODE")) return sink_printf(out, "%d", V_sqlcode), 0;
+    if (after(ref, "V_VERSION")) return sink_printf(out, "%d", 670), 0;
+    if (after(ref, "V_INSERT_ID")) return sink_printf(out, "%ld", V_INSERT_ID), 0;
+    if (after(ref, "V_NVAL")) return row_count(v_BUFFERS.vtree, out), 0;
+    if (after(ref, "V_NFUN")) return row_count(v_BUFFERS.ftree, out), 0;
+    if (!strcmp(ref, "V_ERRMSG")) return sink_value(out, V_ERRMSG), 0;
+    if (!strcmp(ref, "DIR")) return sink_value(out, DIR ? DIR : ""), 0;
+    return -1;
+}
+
+void resolve(const char *ref, V_sink &out) {
+    V_TRACE("V_transvalue: [%s]", ref);
+    if (row_control(ref, out) == 0) return;
+    if (row_modifier(ref, out) == 0) return;
+    if (row_system(ref, out) == 0) return;
+    row_variable(ref, out);
+}
+
+// Collects the text of one reference starting behind "$(" up to its
+// matching ')' (or the end of the line), cut at V_REF_MAX - 1 characters.
+// Returns the position of the closing ')' or of the terminating NUL.
+const char *collect_ref(const char *p, char *ref) {
+    int depth = 0, n = 0;
+    for (; *p; p++) {
+        if (*p == ')') {
+            if (depth == 0) break;
+            depth--;
+        } else if (*p == '(') {
+            depth++;
+        }
+        if (n < V_REF_MAX - 1) ref[n++] = *p;
+    }
+    ref[n] = '\0';
+    return p;
+}
+
+}  // namespace
+
+void V_transline_n(const char *line, char *buff, int size, int compile) {
+    if (buff && size <= 0) return;
+    if (buff) buff[0] = '\0';
+    if (!line) return;
+    if (IgnoreEmpty && line[0] == '\n') return;
+    V_sink out{buff, size, 0};
+    if (!compile) {
+        sink_value(out, line);
+        if (!buff && DO_fflush) fflush(V_out());
+        return;
+    }
+    auto ref = work_buf(V_REF_MAX);
+    auto expanded = work_buf(V_REF_MAX);
+    const char *p = line;
+    while (*p) {
+        const char *mark = strstr(p, "$(");
+        int n = mark ? (int)(mark - p) : (int)strlen(p);
+        if (n > 0) sink_bytes(out, p, n);
+        if (!mark) break;
+        const char *end = collect_ref(mark + 2, ref.get());
+        V_transline_n(ref.get(), expanded.get(), V_REF_MAX, 1);
+        resolve(expanded.get(), out);
+        if (!*end) break;
+        p = end + 1;
+    }
+    if (!buff && DO_fflush) fflush(V_out());
+}
+
+void V_transline(const char *line, char *buff, int compile) {
+    V_transline_n(line, buff, V_LINE_MAX, compile);
+}
+
+void V_transvalue(const char *ref, char *buff) {
+    V_sink out{buff, V_LINE_MAX, 0};
+    if (buff) buff[0] = '\0';
+    resolve(ref ? ref : "", out);
+}
