@@ -1,0 +1,123 @@
+// Unit tests of output and entity encoding: the entity table, the value
+// cut, buffers never encoded, and the choice of the output stream.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "values/output.h"
+
+namespace {
+
+// Points the page output at a temporary file for the test's duration.
+struct Capture {
+    FILE *fp = tmpfile();
+    FILE *saved_stdout = V_stdout;
+    int html = HTML, len = V_len;
+    Capture() { V_stdout = fp; }
+    ~Capture() {
+        V_stdout = saved_stdout;
+        HTML = html;
+        V_len = len;
+        fclose(fp);
+    }
+    std::string text() {
+        fflush(fp);
+        std::string out;
+        rewind(fp);
+        int c;
+        while ((c = fgetc(fp)) != EOF) out += static_cast<char>(c);
+        return out;
+    }
+};
+
+TEST(Output, TableHasItsRowsAndTerminator) {
+    int rows = 0;
+    while (HTML_tab[rows].html) rows++;
+    EXPECT_EQ(rows, 52);
+    EXPECT_EQ(HTML_tab[52].text, nullptr);
+    EXPECT_STREQ(HTML_string(0xF8), "&ordmas;");
+    EXPECT_STREQ(HTML_string(0xBF), "&questi;");
+    EXPECT_STREQ(HTML_string(0xE7), "&ccedil;");
+    EXPECT_STREQ(HTML_string(0xDD), "&Yacute;");
+    EXPECT_STREQ(HTML_string(0xE5), "\xE5");
+    EXPECT_STREQ(HTML_string('<'), "<");
+}
+
+TEST(Output, ValueIsEncodedButMarkupPassesThrough) {
+    Capture cap;
+    HTML = 1;
+    V_len = -1;
+    transvalue("<b>caf\xE9</b> \xDF\xE5 & \"q\" \xF8\xBF", nullptr);
+    EXPECT_EQ(cap.text(), "<b>caf&eacute;</b> \xDF\xE5 & \"q\" &ordmas;&questi;");
+}
+
+TEST(Output, HtmlOffWritesBytesAsTheyAre) {
+    Capture cap;
+    HTML = 0;
+    V_len = -1;
+    transvalue("caf\xE9", nullptr);
+    V_putchar(0xE9);
+    V_write_text("\xE8xyz", 2);
+    EXPECT_EQ(cap.text(), "caf\xE9\xE9\xE8x");
+}
+
+TEST(Output, LengthCutLeavesTheValueAlone) {
+    Capture cap;
+    HTML = 1;
+    V_len = 4;
+    const char value[] = "\xE9" "123456789";
+    EXPECT_EQ(transvalue(value, nullptr), 4);
+    EXPECT_EQ(cap.text(), "&eacute;123");
+    EXPECT_EQ(strlen(value), 10u);
+    char buf[32];
+    transvalue(value, buf);
+    EXPECT_STREQ(buf, "\xE9" "123");
+    V_len = 0;   // no limit
+    transvalue("abcdef", buf);
+    EXPECT_STREQ(buf, "abcdef");
+}
+
+TEST(Output, BufferIsNeverEncodedNorWritten) {
+    Capture cap;
+    HTML = 1;
+    V_len = -1;
+    char buf[32];
+    transvalue("\xE9t\xE9", buf);
+    EXPECT_STREQ(buf, "\xE9t\xE9");
+    transvalue(nullptr, buf);
+    EXPECT_STREQ(buf, "");
+    EXPECT_EQ(cap.text(), "");
+}
+
+TEST(Output, LiteralTextAndSingleBytes) {
+    Capture cap;
+    HTML = 1;
+    V_write_text("a\xC7" "b\xF1" "cut here", 5);
+    V_putchar(0xC0);
+    V_putchar('!');
+    EXPECT_EQ(cap.text(), "a&Ccedil;b&ntilde;c&Agrave;!");
+}
+
+TEST(Output, StreamChoice) {
+    FILE *saved_stdout = V_stdout, *saved_fp = V_fp;
+    FILE *page = tmpfile();
+    V_stdout = nullptr;
+    V_fp = nullptr;
+    EXPECT_EQ(V_out(), stdout);
+    V_fp = page;
+    EXPECT_EQ(V_out(), page);
+    {
+        Capture cap;   // a redirection wins over the page stream
+        EXPECT_EQ(V_out(), cap.fp);
+        transvalue("x", nullptr);
+        EXPECT_EQ(cap.text(), "x");
+    }
+    EXPECT_EQ(ftell(page), 0);
+    V_stdout = saved_stdout;
+    V_fp = saved_fp;
+    fclose(page);
+}
+
+}  // namespace
