@@ -286,10 +286,11 @@ void row_word(const char *rest, V_sink &out) {
     sink_value(out, p);
 }
 
-// A page-supplied format may hold exactly one conversion (and any number
+// A page-supplied format may hold at most one conversion (and any number
 // of "%%"): flags, at most four digits of width and of precision, no '*',
-// no length modifier. Returns the conversion character, or 0 when the
-// format is refused; a refused format writes nothing.
+// no length modifier. Returns the conversion character, 'n' for a format
+// without one (written as its text), or 0 when the format is refused; a
+// refused format writes nothing.
 char format_conversion(const char *fmt) {
     char conv = 0;
     for (const char *p = fmt; *p; p++) {
@@ -313,11 +314,11 @@ char format_conversion(const char *fmt) {
         if (!*p || !strchr("diouxXcsfeEgG", *p)) return 0;
         conv = *p;
     }
-    return conv;
+    return conv ? conv : 'n';
 }
 
-// The checked format may be any text; the one conversion matches the
-// argument type passed, so this is safe despite the non-literal format.
+// The checked format may be any text; its one conversion (if any) matches
+// the argument type passed, so this is safe despite the non-literal format.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
@@ -351,7 +352,7 @@ void row_int(const char *rest, V_sink &out) {
     char fmt[FORMAT_MAX];
     copy_n(fmt, FORMAT_MAX, rest, (int)(colon - rest));
     char conv = format_conversion(fmt);
-    if (!conv || !strchr("diouxXc", conv)) return;
+    if (!conv || !strchr("diouxXcn", conv)) return;
     format_int(out, fmt, conv, to_int(colon + 1));
 }
 
@@ -368,6 +369,7 @@ void row_printf(const char *rest, V_sink &out) {
     if (!value) value = "";
     char conv = format_conversion(fmt);
     if (!conv) return;
+    if (conv == 'n') return format_int(out, fmt, conv, 0);
     if (conv == 's') return format_text(out, fmt, value);
     if (conv == 'c') return format_int(out, fmt, conv, (unsigned char)value[0]);
     if (strchr("feEgG", conv)) return format_double(out, fmt, strtod(value, nullptr));
