@@ -144,7 +144,8 @@ void V_exit(int code)
         unlink(path);
     V_TRACE("V_exit: exit...");
     fflush(stdout);
-    exit(code);
+    // A fatal end (-2) shows to the parent as 255.
+    exit(code == -2 ? 255 : code);
 }
 
 int V_main(int argc, char **argv)

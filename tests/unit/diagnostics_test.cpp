@@ -1,0 +1,215 @@
+// Unit tests of the trace and debug switches, the time prefix and the error
+// routine's texts; each runs in a child process since the set-up is one-shot.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "driver/diagnostics.h"
+#include "driver/environment.h"
+#include "values/output.h"
+
+namespace {
+
+std::string make_dir()
+{
+    char tmpl[] = "/tmp/vorn-diag-XXXXXX";
+    return mkdtemp(tmpl);
+}
+
+void touch(const std::string &path)
+{
+    FILE *f = fopen(path.c_str(), "w");
+    if (f)
+        fclose(f);
+}
+
+std::string slurp(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+// Runs body in a child process; its exit code 0 means every check held.
+template <class F> void in_child(F body)
+{
+    pid_t pid = fork();
+    if (pid == 0) {
+        body();
+        fflush(nullptr);
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int raw = 0;
+    waitpid(pid, &raw, 0);
+    EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == 0) << "child status " << raw;
+}
+
+#define IN_CHILD(...) in_child([&] { __VA_ARGS__; })
+
+const char *PREFIX = R"( *\d+\.\d{6} \[ *-?\d+\] )";
+
+} // namespace
+
+TEST(Diagnostics, FirstPrefixShowsNoElapsedTime)
+{
+    IN_CHILD({
+        FILE *f = tmpfile();
+        PrintTM(f);
+        PrintTM(f);
+        rewind(f);
+        char line[200] = "";
+        size_t n = fread(line, 1, sizeof line - 1, f);
+        line[n] = 0;
+        std::string text = line;
+        EXPECT_TRUE(std::regex_match(text, std::regex(R"(    0\.\d{6} \[     0\]     0\.\d{6} \[ *\d+\] )")))
+            << text;
+    });
+}
+
+TEST(Diagnostics, TraceIsSilentUntilHomeIsKnown)
+{
+    IN_CHILD({
+        V_HOME = nullptr;
+        EXPECT_EQ(V_TRACE("x"), -1);
+        std::string home = make_dir();
+        V_HOME = (char *)home.c_str();
+        EXPECT_EQ(V_TRACE("x"), 0);   // no marker: off
+        EXPECT_EQ(Trace, 0);
+    });
+}
+
+TEST(Diagnostics, LaterMarkerWinsAndLogCarriesHeapFigures)
+{
+    IN_CHILD({
+        std::string home = make_dir(), tmp = make_dir();
+        touch(home + "/V_TRACE");
+        touch(home + "/V_LOG3");
+        V_HOME = (char *)home.c_str();
+        TMP_DIR = (char *)tmp.c_str();
+        FILE *page = tmpfile();
+        V_fp = page;
+        V_TRACE("hello %d\n", 42);
+        EXPECT_EQ(Trace, 3);
+        std::string log = slurp(tmp + "/V_LOG3." + std::to_string(getpid()));
+        EXPECT_TRUE(std::regex_match(
+            log, std::regex(std::string(PREFIX) +
+                            R"(hello 42\n hp: -?\d+  mb: -?\d+ m_used: -?\d+ =====\n)")))
+            << log;
+        EXPECT_EQ(ftell(page), 0);   // nothing went into the page
+    });
+}
+
+TEST(Diagnostics, PageTraceIsFramed)
+{
+    IN_CHILD({
+        std::string home = make_dir();
+        touch(home + "/V_TRACE");
+        V_HOME = (char *)home.c_str();
+        FILE *page = tmpfile();
+        V_fp = page;
+        V_TRACE("step %s", "one");
+        V_TRACE("step %s", "two");
+        EXPECT_EQ(Trace, 1);
+        rewind(page);
+        char buf[512] = "";
+        size_t n = fread(buf, 1, sizeof buf - 1, page);
+        buf[n] = 0;
+        std::string frame = std::string("<hr><h3><pre>") + PREFIX;
+        std::string text = buf;
+        EXPECT_TRUE(std::regex_match(text, std::regex(frame + "step one</pre></h3><hr>\n" +
+                                                      frame + "step two</pre></h3><hr>\n")))
+            << text;
+    });
+}
+
+TEST(Diagnostics, DebugFileAppendsAndStopsWhenSwitchedOff)
+{
+    IN_CHILD({
+        std::string home = make_dir(), tmp = make_dir();
+        touch(home + "/V_DEBUG");
+        touch(home + "/V_DEBUG2");
+        V_HOME = (char *)home.c_str();
+        TMP_DIR = (char *)tmp.c_str();
+        std::string path = tmp + "/V_DEBUG." + std::to_string(getpid());
+        {
+            std::ofstream old(path);
+            old << "old\n";
+        }
+        V_DEBUG("%s // %s \n", "<@x> a", "a");
+        EXPECT_EQ(Debug, 2);
+        Debug = 0;
+        V_DEBUG("dropped\n");
+        std::string text = slurp(path);
+        EXPECT_TRUE(std::regex_match(text, std::regex(std::string("old\n") + PREFIX +
+                                                      "<@x> a // a \n")))
+            << text;
+    });
+}
+
+namespace {
+
+// The error routine ends the process; its stdout goes into a file that the
+// parent reads afterwards.
+std::string error_output(const char *method, int *status)
+{
+    std::string out = make_dir() + "/out";
+    pid_t pid = fork();
+    if (pid == 0) {
+        if (!freopen(out.c_str(), "w", stdout))
+            _exit(3);
+        if (method)
+            setenv("REQUEST_METHOD", method, 1);
+        else
+            unsetenv("REQUEST_METHOD");
+        V_ERROR = nullptr;
+        ERRMSG("bad %s: %d", "thing", 7);
+        _exit(4);   // not reached: the routine never returns on a first error
+    }
+    int raw = 0;
+    waitpid(pid, &raw, 0);
+    *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    return slurp(out);
+}
+
+const std::string BANNER_END = " -->\n\n";
+
+} // namespace
+
+TEST(Diagnostics, ErrorFromShellPrintsUsage)
+{
+    int status = 0;
+    std::string text = error_output(nullptr, &status);
+    EXPECT_EQ(status, 255);
+    ASSERT_EQ(text.rfind("\r\n\r\n<!-- Vorn v.6.7", 0), 0u) << text;
+    std::string body = text.substr(text.find(BANNER_END) + BANNER_END.size());
+    EXPECT_EQ(body,
+              "Usage:\n\tVorn script [-Var Value [-Var2 Value2 [..]]]\n\nERROR: bad thing: 7\n");
+}
+
+TEST(Diagnostics, ErrorUnderCgiIsFramed)
+{
+    int status = 0;
+    std::string text = error_output("HEAD", &status);
+    EXPECT_EQ(status, 255);
+    std::string body = text.substr(text.find(BANNER_END) + BANNER_END.size());
+    EXPECT_EQ(body, "</table></table></table><hr><h3><pre>\n bad thing: 7 \n</pre></h3><hr>");
+}
+
+TEST(Diagnostics, ErrorMessageIsCutAtItsBuffer)
+{
+    std::string huge(20000, 'z');
+    EXPECT_EXIT(
+        {
+            if (freopen("/dev/null", "w", stdout))
+                ERRMSG("%s", huge.c_str());
+        },
+        testing::ExitedWithCode(255), "");
+}
