@@ -1,14 +1,437 @@
-// Placeholder bodies until this module is written.
+// The <@if>/<@elif>/<@else> construct with its one-line form, the string,
+// integer and float comparisons, like-patterns with their cache, value tests.
 #include "interp/conditions.h"
 
-int V_if(V_FILE *fp, char *buff, int compile, int ignore) { return -1; }
-int V_user_cmp(const char *left, const char *op, const char *right) { return -1; }
-int V_user_icmp(int left, const char *op, int right) { return -1; }
-int V_user_fcmp(double left, const char *op, double right) { return -1; }
-int V_CMPpatt(const char *patt, const char *val) { return -1; }
-int V_CMPexec(const char *patt, const char *val) { return -1; }
-int V_check_int(const char *text) { return -1; }
-int V_check_float(const char *text) { return -1; }
-int V_check_date(const char *text) { return -1; }
-int V_get_int(const char *src, char *dst, int n) { return -1; }
-char *V_today(V_heap *hp) { return {}; }
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "db/block_heap.h"
+#include "driver/diagnostics.h"
+#include "interp/dispatcher.h"
+#include "interp/loops.h"
+#include "interp/page_file.h"
+#include "patt/wildcard.h"
+#include "sys/streams.h"
+#include "values/arguments.h"
+#include "values/substitution.h"
+#include "values/variables.h"
+
+pattCACHE v_pattCACHE[V_PATT_CACHE];
+static int curr;   // the cache slot filled last
+
+// February always has 29 days: dates are checked for form, not for the
+// calendar.
+static const int daylong[12] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+
+static bool starts(const char *s, const char *tag) {
+    return strncmp(s, tag, strlen(tag)) == 0;
+}
+
+static bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+/* ---- comparisons ---- */
+
+// The relational operators shared by the three comparisons; d is the sign
+// of left minus right. Returns 0 holds, -1 does not, 1 unknown operator.
+static int relation(const char *op, int d) {
+    if (!strcmp(op, ">=") || !strcmp(op, "&ge;") || !strcmp(op, "&gt;="))
+        return d >= 0 ? 0 : -1;
+    if (!strcmp(op, "<=") || !strcmp(op, "&le;") || !strcmp(op, "&lt;="))
+        return d <= 0 ? 0 : -1;
+    if (!strcmp(op, "!=")) return d != 0 ? 0 : -1;
+    if (!strcmp(op, "==")) return d == 0 ? 0 : -1;
+    if (!strcmp(op, ">") || !strcmp(op, "&gt;")) return d > 0 ? 0 : -1;
+    if (!strcmp(op, "<") || !strcmp(op, "&lt;")) return d < 0 ? 0 : -1;
+    if (!strcmp(op, "=")) return d == 0 ? 0 : -1;
+    return 1;
+}
+
+int V_user_cmp(const char *left, const char *op, const char *right) {
+    if (!left) left = "";
+    if (!op) op = "";
+    if (!right) right = "";
+    V_TRACE("V_user_cmp( %s, %s, %s )\n", left, op, right);
+    if (!strcmp(op, "like")) return V_CMPpatt(right, left) != -1 ? 0 : -1;
+    if (!strcmp(op, "vlike")) {
+        const char *v = V_get_value(left);
+        return v && V_CMPpatt(right, v) != -1 ? 0 : -1;
+    }
+    if (!strcmp(op, "!like")) return V_CMPpatt(right, left) == -1 ? 0 : -1;
+    if (!strcmp(op, "!vlike")) {
+        const char *v = V_get_value(left);
+        return !v || V_CMPpatt(right, v) == -1 ? 0 : -1;
+    }
+    int d = strcmp(left, right);
+    int r = relation(op, d > 0 ? 1 : d < 0 ? -1 : 0);
+    if (r != 1) return r;
+    ERRMSG("Unknown CMP operator: %s \n", op);
+    return -1;
+}
+
+int V_user_icmp(int left, const char *op, int right) {
+    if (!op) op = "";
+    V_TRACE("V_user_icmp( %d, %s, %d )\n", left, op, right);
+    int r = relation(op, left > right ? 1 : left < right ? -1 : 0);
+    if (r != 1) return r;
+    ERRMSG("Unknown ICMP operator: %s \n", op);
+    return -1;
+}
+
+int V_user_fcmp(double left, const char *op, double right) {
+    if (!op) op = "";
+    V_TRACE("V_user_fcmp( %f, %s, %f )\n", left, op, right);
+    // A NaN operand makes every relation false except "!=".
+    int d = left > right ? 1 : left < right ? -1 : left == right ? 0 : 2;
+    int r;
+    if (d == 2)
+        r = relation(op, 0) == 1 ? 1 : (!strcmp(op, "!=") ? 0 : -1);
+    else
+        r = relation(op, d);
+    if (r != 1) return r;
+    ERRMSG("Unknown FCMP operator: %s \n", op);
+    return -1;
+}
+
+/* ---- like-patterns ---- */
+
+int V_CMPexec(const char *patt, const char *val) {
+    if (!patt) patt = "";
+    if (!val) val = "";
+    int i = 0;
+    for (; i < V_PATT_CACHE && v_pattCACHE[i].patt; i++)
+        if (!strcmp(v_pattCACHE[i].patt, patt))
+            return kor_EXEpatt(v_pattCACHE[i].korPATT, val);
+    if (i < V_PATT_CACHE) {
+        curr = i;
+    } else {
+        // Full: evict in insertion order, whatever was used recently.
+        curr = (curr + 1) % V_PATT_CACHE;
+        kor_FREEpatt(v_pattCACHE[curr].korPATT);
+        free(v_pattCACHE[curr].patt);
+        v_pattCACHE[curr] = {};
+    }
+    pattCACHE *e = &v_pattCACHE[curr];
+    e->patt = strdup(patt);
+    if (!e->patt) {
+        ERRMSG("### No memory...");
+        return -1;
+    }
+    // A null list is also the compiled form of a pattern without elements
+    // ("" or "[]"); only a failed allocation is an error.
+    errno = 0;
+    e->korPATT = kor_LOADpatt(patt);
+    if (!e->korPATT && errno == ENOMEM) {
+        free(e->patt);
+        e->patt = nullptr;
+        ERRMSG("### No memory...");
+        return -1;
+    }
+    return kor_EXEpatt(e->korPATT, val);
+}
+
+// "||" binds weaker than "&&", but a part before "||" is taken whole: a&&b||c
+// is the single pattern "a&&b" or the pattern "c".
+int V_CMPpatt(const char *patt, const char *val) {
+    if (!patt) patt = "";
+    char *copy = strdup(patt);
+    if (!copy) {
+        ERRMSG("### No memory...");
+        return -1;
+    }
+    char *p = copy;
+    int result;
+    for (;;) {
+        char *sep = strstr(p, "||");
+        if (!sep) break;
+        *sep = 0;
+        if (V_CMPexec(p, val) != -1) {
+            free(copy);
+            return 0;
+        }
+        p = sep + 2;
+    }
+    for (;;) {
+        char *sep = strstr(p, "&&");
+        if (!sep) break;
+        *sep = 0;
+        if (V_CMPexec(p, val) == -1) {
+            free(copy);
+            return -1;
+        }
+        p = sep + 2;
+    }
+    result = V_CMPexec(p, val);
+    free(copy);
+    return result;
+}
+
+/* ---- value-form tests ---- */
+
+int V_check_int(const char *text) {
+    if (!text) return 0;
+    for (; *text; text++)
+        if (!is_digit(*text)) return -1;
+    return 0;
+}
+
+int V_check_float(const char *text) {
+    if (!text) return 0;
+    int dots = 0;
+    for (; *text; text++) {
+        if (*text == '.' && ++dots == 1) continue;
+        if (!is_digit(*text)) return -1;
+    }
+    return 0;
+}
+
+int V_get_int(const char *src, char *dst, int n) {
+    int i = 0;
+    for (; i < n; i++) {
+        if (!is_digit(src[i])) {
+            dst[i] = 0;
+            return -1;
+        }
+        dst[i] = src[i];
+    }
+    dst[i] = 0;
+    return 0;
+}
+
+int V_check_date(const char *text) {
+    if (!text || strnlen(text, 11) != 10) return -1;
+    if (text[4] != '-' || text[7] != '-') return -1;
+    char y[5], m[3], d[3];
+    if (V_get_int(text, y, 4) || V_get_int(text + 5, m, 2) || V_get_int(text + 8, d, 2))
+        return -1;
+    int month = atoi(m), day = atoi(d);
+    if (month < 1 || month > 12) return -1;
+    if (day < 1 || day > daylong[month - 1]) return -1;
+    return 0;
+}
+
+char *V_today(V_heap *hp) {
+    if (!hp) return nullptr;
+    time_t now = time(nullptr);
+    struct tm tm;
+    if (!localtime_r(&now, &tm)) return nullptr;
+    int year = tm.tm_year + 1900, month = tm.tm_mon + 1, day = tm.tm_mday;
+    if (year < 0 || year > 9999) year = 9999;   // keeps the text 10 bytes
+    char *s = (char *)V_heap_alloc(hp, 11);
+    if (!s) return nullptr;
+    snprintf(s, 11, "%04u-%02u-%02u", (unsigned)year % 10000u, (unsigned)month % 100u,
+             (unsigned)day % 100u);
+    return s;
+}
+
+/* ---- <@if> ---- */
+
+// Copies the next argument word of *rest into out (V_LINE_MAX bytes) and
+// moves *rest behind it; a missing word is empty. The scanner may report a
+// position past the end for an unclosed quote, hence the clamp.
+static void next_word(const char **rest, char *out) {
+    out[0] = 0;
+    int n = V_arg_string(*rest, out);
+    if (n <= 0) {
+        out[0] = 0;
+        *rest += strlen(*rest);
+        return;
+    }
+    size_t len = strlen(*rest);
+    *rest += (size_t)n < len ? (size_t)n : len;
+}
+
+struct CondWords {
+    char w[3][V_LINE_MAX];
+};
+
+static int three_words(const char *rest, CondWords *cw) {
+    for (auto &w : cw->w) next_word(&rest, w);
+    return 0;
+}
+
+static int test_fmt(CondWords *cw) {
+    const char *v = V_get_value(cw->w[0]);
+    if (!v) v = cw->w[0];
+    const char *type = cw->w[1];
+    if (!strcmp(type, "int")) return V_check_int(v);
+    if (!strcmp(type, "float")) return V_check_float(v);
+    if (!strcmp(type, "date")) return V_check_date(v);
+    ERRMSG("Unknown option in FMT: %s \n", type);
+    return -1;
+}
+
+static int test_stat(const char *path, mode_t kind) {
+    struct stat st;
+    if (stat(path, &st) != 0) return -1;
+    return (st.st_mode & S_IFMT) == kind ? 0 : -1;
+}
+
+// Runs the test the keyword selects; 0 holds, -1 does not. *neg tells
+// whether the keyword carried a "!".
+static int run_kind(const char *kw, const char *rest, const char *whole, CondWords *cw,
+                    bool *neg) {
+    *neg = kw[0] == '!';
+    const char *k = *neg ? kw + 1 : kw;
+    if (!strcmp(k, "cmp")) {
+        three_words(rest, cw);
+        return V_user_cmp(cw->w[0], cw->w[1], cw->w[2]);
+    }
+    if (!strcmp(k, "icmp")) {
+        three_words(rest, cw);
+        return V_user_icmp(atoi(cw->w[0]), cw->w[1], atoi(cw->w[2]));
+    }
+    if (!strcmp(k, "fcmp")) {
+        three_words(rest, cw);
+        double a = 0, b = 0;
+        sscanf(cw->w[0], "%lf", &a);
+        sscanf(cw->w[2], "%lf", &b);
+        return V_user_fcmp(a, cw->w[1], b);
+    }
+    if (!strcmp(k, "fmt")) {
+        three_words(rest, cw);
+        return test_fmt(cw);
+    }
+    if (!strcmp(k, "filled")) {
+        three_words(rest, cw);
+        const char *v = V_get_value(cw->w[0]);
+        return v && *v ? 0 : -1;
+    }
+    if (!strcmp(k, "EOF")) return V_eof ? 0 : -1;
+    if (!strcmp(k, "exist")) {
+        three_words(rest, cw);
+        return access(cw->w[0], F_OK) == 0 ? 0 : -1;
+    }
+    if (!strcmp(k, "isDir")) {
+        three_words(rest, cw);
+        return test_stat(cw->w[0], S_IFDIR);
+    }
+    if (!strcmp(k, "isFile")) {
+        three_words(rest, cw);
+        return test_stat(cw->w[0], S_IFREG);
+    }
+    *neg = false;
+    three_words(whole, cw);
+    return V_user_cmp(cw->w[0], cw->w[1], cw->w[2]);
+}
+
+// Substitutes and evaluates the condition text of the line in buff (already
+// cut before any inline command); buff is reused as scratch. Returns the
+// branch flag.
+static int eval_condition(char *buff, int taglen, int compile) {
+    char work[V_LINE_MAX];
+    work[0] = 0;
+    V_transline(buff + taglen, work, compile);
+    work[V_LINE_MAX - 1] = 0;
+    V_DEBUG("%s // %s \n", buff, work);
+
+    const char *rest = work;
+    next_word(&rest, buff);
+    V_TRACE("V_if: {%s} \n", buff);
+
+    CondWords *cw = (CondWords *)malloc(sizeof(CondWords));
+    if (!cw) {
+        ERRMSG("### No memory...");
+        return 0;
+    }
+    bool neg = false;
+    int holds = run_kind(buff, rest, work, cw, &neg) == 0;
+    free(cw);
+    return neg ? !holds : holds;
+}
+
+// Locates an inline command: the search starts one character after the tag,
+// so "<@if><@x>" is no one-line form.
+static char *find_inline(char *buff, int taglen) {
+    if (strnlen(buff, taglen + 1) < (size_t)taglen + 1) return nullptr;
+    return strstr(buff + taglen + 1, "<@");
+}
+
+// Runs the lines after the condition line up to the matching "<@end>".
+static int run_block(V_FILE *fp, char *line, int compile, int cond) {
+    int taken = cond;
+    int branch = cond;
+    for (;;) {
+        if (V_fgets(line, V_LINE_MAX, fp) <= 0) return 0;
+        if (Continue) branch = 0;
+        cut_cmd(fp, line);
+        if (starts(line, "<@elif>")) {
+            if (!Continue && !taken) {
+                V_if(fp, line, compile, 0);
+                return 0;
+            }
+            V_notfound(fp, compile, 1);
+            return 0;
+        }
+        if (V_command(fp, line, &compile, !branch) == 0) continue;
+        if (starts(line, "<@end>")) return 0;
+        if (starts(line, "<@continue>")) {
+            if (branch) Continue = 1;
+            V_TRACE("V_if: [continue] ==> %d \n", Continue);
+            continue;
+        }
+        if (starts(line, "<@break>")) {
+            if (branch) {
+                Continue = 1;
+                Break = 1;
+                branch = 0;
+            }
+            V_TRACE("V_if: [break] ==> Continue= %d \n", Continue);
+            continue;
+        }
+        if (starts(line, "<@else>")) {
+            if (!Continue && !taken) {
+                V_DEBUG("<@else> \n");
+                V_notfound(fp, compile, 0);
+            } else {
+                V_notfound(fp, compile, 1);
+            }
+            return 0;
+        }
+        if (branch) V_transline(line, nullptr, compile);
+    }
+}
+
+int V_if(V_FILE *fp, char *buff, int compile, int ignore) {
+    int taglen;
+    if (starts(buff, "<@if>")) taglen = 5;
+    else if (starts(buff, "<@elif>")) taglen = 7;
+    else return -1;
+    V_TRACE("V_if: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
+
+    char *inl = find_inline(buff, taglen);
+    if (ignore) {
+        // A skipped construct still consumes its lines, so that nesting
+        // stays balanced; a one-line form and an elif own no lines.
+        if (taglen == 5 && !inl) V_notfound(fp, compile, 1);
+        return 0;
+    }
+
+    // The inline command moves to its own buffer, which later serves as the
+    // line buffer of the block.
+    char line[V_LINE_MAX];
+    line[0] = 0;
+    if (inl) {
+        snprintf(line, sizeof line, "%s", inl);
+        *inl = 0;
+    }
+    int cond = eval_condition(buff, taglen, compile);
+
+    if (inl) {
+        V_TRACE("V_if: try as line command: {%s} \n", line);
+        if (strstr(line, "<@continue>")) {
+            if (cond) Continue = 1;
+            return 0;
+        }
+        if (strstr(line, "<@break>")) {
+            if (cond) Continue = Break = 1;
+            return 0;
+        }
+        if (V_command(fp, line, &compile, !cond) == 0) return 0;
+    }
+    return run_block(fp, line, compile, cond);
+}

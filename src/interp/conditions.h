@@ -4,6 +4,17 @@
 
 struct V_FILE;
 struct V_heap;
+struct PATTnode;
+
+// One slot of the cache of compiled like-patterns; patt null marks a free
+// slot, and free slots only ever follow the used ones.
+struct pattCACHE {
+    char *patt;          // heap copy of the pattern text
+    PATTnode *korPATT;   // its compiled form (null for an empty pattern)
+};
+
+constexpr int V_PATT_CACHE = 128;
+extern pattCACHE v_pattCACHE[V_PATT_CACHE];
 
 int V_if(V_FILE *fp, char *buff, int compile, int ignore);
 int V_user_cmp(const char *left, const char *op, const char *right);

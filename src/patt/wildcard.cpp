@@ -1,8 +1,224 @@
-// Placeholder bodies until this module is written.
+// Wildcard patterns: compiling a pattern text into a node list, matching
+// whole strings against it, and the collation ranks that order set ranges.
 #include "patt/wildcard.h"
 
-V_PATT *kor_LOADpatt(const char *patt) { return {}; }
-int kor_EXEpatt(V_PATT *p, const char *s) { return -1; }
-int kor_ORpatt(V_PATT *p, int c) { return -1; }
-int kor_FREEpatt(V_PATT *p) { return -1; }
-int vp_SYMcmp(const char *a, const char *b, int n) { return -1; }
+#include <cstdlib>
+#include <cstring>
+
+// Printable ASCII in code order without the underscore, then the Russian
+// lower-case and upper-case letters of KOI8-R in alphabetical order. The
+// hard signs stand as AC/AE and the upper-case E8 is missing: ranges written
+// by existing pages depend on exactly this table.
+const unsigned char SYMalphabet[PATT_ALPHABET_LEN + 1] =
+    " !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^`"
+    "abcdefghijklmnopqrstuvwxyz{|}~"
+    "\xC1\xC2\xD7\xC7\xC4\xC5\xD6\xDA\xC9\xCA\xCB\xCC\xCD\xCE\xCF\xD0"
+    "\xD2\xD3\xD4\xD5\xC6\xC8\xC3\xDE\xDB\xDD\xAC\xD9\xD8\xDC\xC0\xD1"
+    "\xE1\xE2\xF7\xE7\xE4\xE5\xF6\xFA\xE9\xEA\xEB\xEC\xED\xEE\xEF\xF0"
+    "\xF2\xF3\xF4\xF5\xE6\xE3\xFE\xFB\xFD\xAE\xF9\xF8\xFC\xE0\xF1";
+
+static int rank_of(unsigned char c) {
+    static int rank[256];
+    static bool built = false;
+    if (!built) {
+        for (int i = 0; i < PATT_ALPHABET_LEN; i++) rank[SYMalphabet[i]] = i + 1;
+        built = true;
+    }
+    return rank[c];
+}
+
+int vp_SYMcmp(const char *a, const char *b, int n) {
+    for (int i = 0; i < n; i++) {
+        int d = rank_of((unsigned char)a[i]) - rank_of((unsigned char)b[i]);
+        if (d) return d;
+        if (!a[i]) return 0;
+    }
+    return 0;
+}
+
+/* ---- compiling ---- */
+
+static PATTnode *new_node(int type, unsigned char c1, unsigned char c2) {
+    PATTnode *n = (PATTnode *)calloc(1, sizeof(PATTnode));
+    if (!n) return nullptr;
+    n->type = type;
+    n->c1 = c1;
+    n->c2 = c2;
+    return n;
+}
+
+static bool is_escapable(char c) { return c && strchr("*![]^-\\", c); }
+
+// Reads one bracket set starting after its "["; returns the chain head (null
+// for an empty set) and moves *pp behind the set. *failed reports a failed
+// allocation, the chain made so far being freed already.
+static PATTnode *load_set(const char **pp, bool *failed) {
+    const char *p = *pp;
+    bool neg = (*p == '^');
+    if (neg) p++;
+    PATTnode *head = nullptr, *last = nullptr;
+    while (*p && *p != ']') {
+        PATTnode *n;
+        if (p[1] == '-' && p[2]) {
+            n = new_node(neg ? PATT_NOT_RANGE : PATT_RANGE, p[0], p[2]);
+            p += 3;
+        } else {
+            n = new_node(neg ? PATT_NOT_CHAR : PATT_CHAR, p[0], 0);
+            p += 1;
+        }
+        if (!n) {
+            kor_FREEpatt(head);
+            *failed = true;
+            return nullptr;
+        }
+        if (last) last->alt = n; else head = n;
+        last = n;
+    }
+    if (*p == ']') p++;
+    *pp = p;
+    return head;
+}
+
+// Reads one element at *pp. Returns the node (null for an empty set), moving
+// *pp behind the element.
+static PATTnode *load_one(const char **pp, bool *failed) {
+    const char *p = *pp;
+    int type = PATT_CHAR;
+    unsigned char c = (unsigned char)*p;
+    switch (*p) {
+    case '*': type = PATT_ANY_RUN; break;
+    case '?': type = PATT_ONE; break;
+    case '!': type = PATT_NOWHERE; break;
+    case '[':
+        *pp = p + 1;
+        return load_set(pp, failed);
+    case '\\':
+        // Only the pattern's own special characters can be escaped; "\?"
+        // stays a backslash followed by the one-character wildcard.
+        if (is_escapable(p[1])) c = (unsigned char)*++p;
+        break;
+    default: break;
+    }
+    *pp = p + 1;
+    PATTnode *n = new_node(type, type == PATT_CHAR ? c : 0, 0);
+    if (!n) *failed = true;
+    return n;
+}
+
+PATTnode *kor_LOADpatt(const char *patt) {
+    if (!patt) return nullptr;
+    PATTnode *head = nullptr, *last = nullptr;
+    const char *p = patt;
+    while (*p) {
+        bool failed = false;
+        PATTnode *n = load_one(&p, &failed);
+        if (failed) {
+            kor_FREEpatt(head);
+            return nullptr;
+        }
+        if (!n) continue;
+        if (last) last->next = n; else head = n;
+        last = n;
+    }
+    return head;
+}
+
+int kor_FREEpatt(PATTnode *p) {
+    // Iterative along both links: a hostile pattern may be very long.
+    while (p) {
+        PATTnode *next = p->next;
+        PATTnode *a = p->alt;
+        while (a) {
+            PATTnode *an = a->alt;
+            kor_FREEpatt(a->next);
+            free(a);
+            a = an;
+        }
+        free(p);
+        p = next;
+    }
+    return 0;
+}
+
+/* ---- matching ---- */
+
+static bool in_range(unsigned char c, unsigned char lo, unsigned char hi) {
+    const char cs[2] = {(char)c, 0};
+    const char los[2] = {(char)lo, 0};
+    const char his[2] = {(char)hi, 0};
+    return vp_SYMcmp(cs, los, 1) >= 0 && vp_SYMcmp(cs, his, 1) <= 0;
+}
+
+int kor_ORpatt(PATTnode *p, int c) {
+    c &= 0xFF;
+    while (p) {
+        switch (p->type) {
+        case PATT_ONE:
+            if (c) return 0;
+            break;
+        case PATT_CHAR:
+            if (c == p->c1) return 0;
+            break;
+        case PATT_NOT_CHAR:
+            if (c == p->c1) return -1;
+            if (!p->alt) return 0;
+            break;
+        case PATT_RANGE:
+            if (in_range(c, p->c1, p->c2)) return 0;
+            break;
+        case PATT_NOT_RANGE:
+            if (in_range(c, p->c1, p->c2)) return -1;
+            if (!p->alt) return 0;
+            break;
+        default:
+            return -1;
+        }
+        p = p->alt;
+    }
+    return -1;
+}
+
+// -2 is a stronger "no match": the list fails on this tail and on every
+// shorter tail of the same string. A "*" whose rest fails on all tails
+// reports it, so that the "*"s before it stop trying later positions
+// (they could only reach it further on). Without this a pattern with many
+// "*" takes exponential time on a long subject.
+static const int NO_MATCH_FURTHER = -2;
+
+static int exec_tail(PATTnode *node, const char *s, int n) {
+    int p = 0;
+    while (node) {
+        if (node->type == PATT_ANY_RUN) {
+            if (p >= n && !node->next) return 0;
+            if (p > n) return -1;
+            for (int q = p; q <= n; q++) {
+                int r = exec_tail(node->next, s + q, n - q);
+                if (r == 0) return 0;
+                if (r == NO_MATCH_FURTHER) break;
+            }
+            return NO_MATCH_FURTHER;
+        }
+        if (node->type == PATT_NOWHERE) {
+            if (p >= n && !node->next) return 0;
+            if (p > n) return 0;
+            for (int q = p; q <= n; q++) {
+                int r = exec_tail(node->next, s + q, n - q);
+                if (r == 0) return -1;
+                if (r == NO_MATCH_FURTHER) break;
+            }
+            return 0;
+        }
+        if (p >= n) return -1;
+        if (kor_ORpatt(node, (unsigned char)s[p]) != 0) return -1;
+        if (!node->next) return p == n - 1 ? 0 : -1;
+        node = node->next;
+        p++;
+    }
+    return 0;   // an empty list matches every string
+}
+
+int kor_EXEpatt(PATTnode *p, const char *s) {
+    if (!s) s = "";
+    int n = (int)strnlen(s, 0x7FFFFFFF);
+    return exec_tail(p, s, n) == 0 ? 0 : -1;
+}
