@@ -40,6 +40,12 @@ void split_field(entry *e, char *field) {
     V_TRACE("makeword: name= [%s], val= [%s]\n", e->name, or_null(e->val));
 }
 
+// The entry that the terminator is about to overwrite.
+void drop_entry(entry *e) {
+    free(e->name);
+    free(e->val);
+}
+
 // Fills fields from text (fields separated by '&') starting at index x;
 // returns the index of the terminator. After entry V_ENT_MAX - 1 is filled
 // the terminator takes its place, so at most V_ENT_MAX - 1 fields are kept.
@@ -51,7 +57,10 @@ int get_fields(entry *table, int x, const char *text) {
         if (*text) text++;
         split_field(&table[x], field);
         free(field);
-        if (x == V_ENT_MAX - 1) break;
+        if (x == V_ENT_MAX - 1) {
+            drop_entry(&table[x]);
+            break;
+        }
         x++;
     }
     return x;
@@ -95,7 +104,10 @@ int POST_parser(entry *table) {
         V_TRACE("fmakeword: [%s]\n", field);
         split_field(&table[x], field);
         free(field);
-        if (x == V_ENT_MAX - 1) break;
+        if (x == V_ENT_MAX - 1) {
+            drop_entry(&table[x]);
+            break;
+        }
         x++;
     }
     table[x].name = nullptr;
