@@ -1,0 +1,202 @@
+// Unit tests of the in-memory line reader and of cut_cmd's comment,
+// continuation and control-byte handling, on files built in memory.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "interp/page_file.h"
+#include "values/substitution.h"
+
+namespace {
+
+struct MemFile {
+    std::string text;
+    V_FILE f{};
+    explicit MemFile(const std::string &t) : text(t)
+    {
+        f.text = text.data();
+        f.size = (int)text.size();
+        f.offset = 0;
+    }
+    std::string rest() const { return text.substr((size_t)f.offset); }
+};
+
+// Runs cut_cmd on first (the line already read) with the rest of the file in mem.
+std::string cut(const std::string &first, MemFile &mem)
+{
+    static char buff[V_LINE_MAX];
+    snprintf(buff, sizeof buff, "%s", first.c_str());
+    EXPECT_EQ(cut_cmd(&mem.f, buff), 0);
+    return buff;
+}
+
+std::string cut(const std::string &first)
+{
+    MemFile none("");
+    return cut(first, none);
+}
+
+} // namespace
+
+TEST(PageFile, FgetsReadsLinesKeepingNewline)
+{
+    MemFile m("one\ntwo\nlast");
+    char buf[64];
+    EXPECT_EQ(V_fgets(buf, sizeof buf, &m.f), 4);
+    EXPECT_STREQ(buf, "one\n");
+    EXPECT_EQ(V_fgets(buf, sizeof buf, &m.f), 4);
+    EXPECT_STREQ(buf, "two\n");
+    EXPECT_EQ(V_fgets(buf, sizeof buf, &m.f), 4);
+    EXPECT_STREQ(buf, "last");
+    EXPECT_EQ(V_fgets(buf, sizeof buf, &m.f), 0);
+    EXPECT_STREQ(buf, "");
+}
+
+TEST(PageFile, FgetsSplitsLongLineAtBufferSize)
+{
+    MemFile m("abcdefgh\n");
+    char buf[4];
+    EXPECT_EQ(V_fgets(buf, sizeof buf, &m.f), 3);
+    EXPECT_STREQ(buf, "abc");
+    EXPECT_EQ(V_fgets(buf, sizeof buf, &m.f), 3);
+    EXPECT_STREQ(buf, "def");
+    EXPECT_EQ(V_fgets(buf, sizeof buf, &m.f), 3);
+    EXPECT_STREQ(buf, "gh\n");
+    EXPECT_EQ(m.f.offset, m.f.size);
+}
+
+TEST(PageFile, FgetsLineOfMaximumLength)
+{
+    std::string longline(V_LINE_MAX + 10, 'x');
+    MemFile m(longline + "\n");
+    char buf[V_LINE_MAX];
+    EXPECT_EQ(V_fgets(buf, V_LINE_MAX, &m.f), V_LINE_MAX - 1);
+    EXPECT_EQ(strlen(buf), (size_t)V_LINE_MAX - 1);
+    EXPECT_EQ(V_fgets(buf, V_LINE_MAX, &m.f), 12);   // 11 x and the newline
+}
+
+TEST(PageFile, TextLineKeepsBlanksAndNewline)
+{
+    EXPECT_EQ(cut("   plain text\n"), "   plain text\n");
+    EXPECT_EQ(cut("x<@include> head.html\n"), "x<@include> head.html\n");
+}
+
+TEST(PageFile, CommandLineIsMovedToFrontWithoutNewline)
+{
+    EXPECT_EQ(cut("   <@include> head.html\n"), "<@include> head.html");
+    EXPECT_EQ(cut("\t \t<@end>\n"), "<@end>");
+}
+
+TEST(PageFile, ControlBytesBecomeBlanksButLatin1Stays)
+{
+    EXPECT_EQ(cut("a\tb\rc\x01" "d\n"), "a b c d\n");
+    EXPECT_EQ(cut("caf\xe9\n"), "caf\xe9\n");
+}
+
+TEST(PageFile, CommentOnOneLineKeepsSurroundingBlanks)
+{
+    EXPECT_EQ(cut("abc <@-- note --@> def\n"), "abc  def\n");
+    EXPECT_EQ(cut("<@--a--@>x<@--b--@>y\n"), "xy\n");
+    // a line holding only a comment is left as an empty line
+    EXPECT_EQ(cut("<@-- only --@>\n"), "\n");
+}
+
+TEST(PageFile, CommentAcrossLinesSwallowsThem)
+{
+    MemFile m("two\nthree\nfour --@>kept\nnext\n");
+    EXPECT_EQ(cut("ab<@-- one\n", m), "abkept\n");
+    EXPECT_EQ(m.rest(), "next\n");
+}
+
+TEST(PageFile, CommentInCommandLineRemoved)
+{
+    MemFile m("x\n--@> tail\nnext\n");
+    EXPECT_EQ(cut("  <@set> a <@-- open\n", m), "<@set> a  tail");
+    EXPECT_EQ(m.rest(), "next\n");
+}
+
+TEST(PageFile, UnterminatedCommentSwallowsRestOfFile)
+{
+    MemFile m("a\nb\n<@end>\n");
+    EXPECT_EQ(cut("keep<@-- open\n", m), "keep");
+    EXPECT_EQ(m.f.offset, m.f.size);
+}
+
+TEST(PageFile, CommentOpenerAloneDoesNotCloseItself)
+{
+    MemFile m("rest\n");
+    EXPECT_EQ(cut("a<@--@>b\n", m), "a");
+}
+
+TEST(PageFile, ContinuationJoinsWithAuthorsBlank)
+{
+    MemFile m("&& $(b) == 2\nnext\n");
+    EXPECT_EQ(cut("<@if> $(a) == 1 \\\n", m), "<@if> $(a) == 1 && $(b) == 2");
+    EXPECT_EQ(m.rest(), "next\n");
+}
+
+TEST(PageFile, ContinuationWithoutBlankGluesWords)
+{
+    MemFile m("def\n");
+    EXPECT_EQ(cut("<@set> x abc\\\n", m), "<@set> x abcdef");
+}
+
+TEST(PageFile, LaterBackslashesBecomeBlanks)
+{
+    MemFile m("  b\\\nc\t\\\nd\nnext\n");
+    EXPECT_EQ(cut("<@set> v a\\\n", m), "<@set> v a  b c  d");
+    EXPECT_EQ(m.rest(), "next\n");
+}
+
+TEST(PageFile, ContinuationLineCommentsAndEndOfFile)
+{
+    MemFile m("b <@-- c\n --@>d\\\n");
+    EXPECT_EQ(cut("<@set> v a\\\n", m), "<@set> v ab d ");
+    EXPECT_EQ(m.f.offset, m.f.size);
+}
+
+TEST(PageFile, TextLineBackslashIsNoContinuation)
+{
+    MemFile m("next\n");
+    EXPECT_EQ(cut("text \\\n", m), "text \\\n");
+    EXPECT_EQ(m.f.offset, 0);
+}
+
+TEST(PageFile, CommentNearBufferEndStaysInBounds)
+{
+    // the comment opens at the last position that holds it; the following
+    // lines are read in small pieces and never written past the buffer
+    std::string first(V_LINE_MAX - 5, 'x');
+    first += "<@--";
+    MemFile m(std::string(1000, 'y') + "\n--@>\nafter\n");
+    std::string out = cut(first, m);
+    EXPECT_EQ(out, std::string(V_LINE_MAX - 5, 'x'));
+    EXPECT_EQ(m.rest(), "\nafter\n");
+}
+
+TEST(PageFile, ContinuationUpToLimitIsKept)
+{
+    // 8191 bytes in all is still accepted
+    std::string first = "<@set> v " + std::string(V_LINE_MAX - 1 - 9 - 200, 'a') + "\\\n";
+    MemFile m(std::string(200, 'b') + "\n");
+    std::string out = cut(first, m);
+    EXPECT_EQ(out.size(), (size_t)V_LINE_MAX - 1);
+    EXPECT_EQ(out.back(), 'b');
+}
+
+TEST(PageFileDeathTest, ContinuationOverLimitIsFatal)
+{
+    std::string first = "<@set> v " + std::string(V_LINE_MAX - 1 - 9 - 100, 'a') + "\\\n";
+    std::string more;
+    for (int i = 0; i < 5; i++)
+        more += std::string(250, 'b') + "\\\n";
+    more += "end\n";
+    EXPECT_EXIT(
+        {
+            MemFile m(more);
+            cut(first, m);
+            exit(0);
+        },
+        testing::ExitedWithCode(255), "");
+}
