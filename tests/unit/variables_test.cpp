@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <initializer_list>
 #include <set>
 #include <string>
 
@@ -127,6 +128,7 @@ TEST(Variables, ForeignBufferIsFilledWithABound) {
 
 TEST(Variables, CountTreeReportsCountAndLongestName) {
     V_put_value("vt_a_rather_long_variable_name_for_counting", "1", 0, 0);
+    V_put_value("vt_short", "1", 0, 0);
     int maxlen = 0;
     int n = count_tree(v_BUFFERS.vtree.root, &maxlen);
     EXPECT_GE(n, 2);
@@ -180,6 +182,8 @@ TEST(Variables, ScanListsLeftThenRightThenNode) {
     ASSERT_EQ(a->next, c);
     ASSERT_EQ(c->next, b);
     EXPECT_EQ(b->next, nullptr);
+    for (V_USER *u : {a, b, c, fixed}) V_heap_free(u->hp);
+    V_heap_free(hp);
 }
 
 }  // namespace
