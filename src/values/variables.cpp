@@ -38,6 +38,31 @@ char *copy_text(V_heap *hp, const char *text) {
 
 const char *show(const char *s) { return s ? s : ""; }
 
+// A fixed == 2 variable lives in a foreign buffer of `cookie` bytes. The
+// shared-memory binding points avl.data at that buffer and gives var.value a
+// private cookie+1 byte mirror, so that a stretch without a NUL still reads
+// as a terminated string; a binding that points var.value straight at the
+// buffer (avl.data left at the record) is served in place.
+char *foreign_buffer(V_USER *u) {
+    if (u->avl.data && u->avl.data != u) return static_cast<char *>(u->avl.data);
+    return u->var.value;
+}
+
+void refresh_mirror(V_USER *u) {
+    char *seg = foreign_buffer(u);
+    if (!seg || seg == u->var.value || !u->var.value || u->cookie <= 0) return;
+    memcpy(u->var.value, seg, static_cast<size_t>(u->cookie));
+    u->var.value[u->cookie] = '\0';
+}
+
+void put_foreign(V_USER *u, const char *value) {
+    char *seg = foreign_buffer(u);
+    if (!seg || u->cookie <= 0) return;
+    // cut at the buffer size, padded with NULs; no terminator when it is full
+    strncpy(seg, show(value), static_cast<size_t>(u->cookie));
+    refresh_mirror(u);
+}
+
 void replace_value(V_USER *u, const char *value) {
     V_heap_reduce(u->hp);
     u->var.value = copy_text(u->hp, value);
@@ -74,9 +99,7 @@ int V_put_value(const char *name, const char *value, int fixed, int cookie) {
     if (!name) return -1;
     V_USER *u = find(name);
     if (u && u->fixed == 2) {
-        // a foreign buffer of exactly `cookie` bytes: no room promised for a NUL
-        if (u->var.value && u->cookie > 0)
-            strncpy(u->var.value, show(value), static_cast<size_t>(u->cookie));
+        put_foreign(u, value);
         return 0;
     }
     if (u && u->fixed) {
@@ -114,13 +137,18 @@ int V_add_value(const char *name, const char *value) {
 
 char *V_get_value(const char *name) {
     V_USER *u = name ? find(name) : nullptr;
-    if (u) return u->var.value;
+    if (u) {
+        if (u->fixed == 2) refresh_mirror(u);   // another process may have written
+        return u->var.value;
+    }
     V_TRACE("V_get_value: not found {%s} \n", show(name));
     return nullptr;
 }
 
 V_USER *V_get_user(const char *name) {
-    return name ? find(name) : nullptr;
+    V_USER *u = name ? find(name) : nullptr;
+    if (u && u->fixed == 2) refresh_mirror(u);
+    return u;
 }
 
 int count_tree(avl_t *node, int *maxlen) {

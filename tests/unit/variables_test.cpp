@@ -126,6 +126,26 @@ TEST(Variables, ForeignBufferIsFilledWithABound) {
     u->var.value = nullptr;   // the buffer is ours, not the variable's
 }
 
+TEST(Variables, ForeignBufferWithATerminatedMirror) {
+    char seg[6];
+    memset(seg, '#', sizeof seg);
+    V_put_value("vt_mirror", "", 0, 0);
+    V_USER *u = V_get_user("vt_mirror");
+    u->fixed = 2;
+    u->cookie = 4;
+    u->avl.data = seg;
+    u->var.value = static_cast<char *>(V_heap_alloc(u->hp, 5));
+    V_put_value("vt_mirror", "abcdefg", 0, 0);
+    EXPECT_EQ(memcmp(seg, "abcd##", 6), 0);
+    EXPECT_STREQ(V_get_value("vt_mirror"), "abcd");   // read back terminated
+    memcpy(seg, "wxyz", 4);                         // written by another process
+    EXPECT_STREQ(V_get_value("vt_mirror"), "wxyz");
+    V_put_value("vt_mirror", "q", 0, 0);
+    EXPECT_EQ(memcmp(seg, "q\0\0\0##", 6), 0);
+    EXPECT_STREQ(V_get_user("vt_mirror")->var.value, "q");
+    u->avl.data = u;   // the segment is ours, not the variable's
+}
+
 TEST(Variables, CountTreeReportsCountAndLongestName) {
     V_put_value("vt_a_rather_long_variable_name_for_counting", "1", 0, 0);
     V_put_value("vt_short", "1", 0, 0);
