@@ -1,16 +1,275 @@
-// Placeholder bodies until this module is written.
+// The SQL commands of the page language: <@sql> row loops, <@sqlexec>,
+// <@sqlnames>, <@sqltrap>, and the status values pages read.
 #include "db/sql_commands.h"
 
-int V_sqlcase;
-int V_sqlTRAP;
-int V_sqlTRANS;
-int V_sqlFUNC;
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+
+#include "db/block_heap.h"
+#include "db/cursor_ids.h"
+#include "db/session.h"
+#include "driver/diagnostics.h"
+#include "interp/functions.h"
+#include "interp/loops.h"
+#include "interp/page_file.h"
+#include "sys/streams.h"
+#include "values/substitution.h"
+#include "values/variables.h"
+
+int V_sqlcase = 0;
+int V_sqlTRAP = 1;
+int V_sqlTRANS = 1;
+int V_sqlFUNC = 0;
 char TRAPfunc[64];
-int V_sqlcode;
-int V_rowcount;
-int V_lines;
-long V_INSERT_ID;
-int V_sql(V_FILE *fp, char *buff, int compile, int ignore) { return -1; }
-int V_sqlexec(char *buff, int compile, int ignore) { return -1; }
-int V_sqlnames(char *buff, int compile, int ignore) { return -1; }
-int V_sqltrap(char *buff, int compile, int ignore) { return -1; }
+int V_sqlcode = 0;
+int V_rowcount = 0;
+int V_lines = 0;
+long V_INSERT_ID = 0;
+
+namespace {
+
+constexpr int ROW_VALUES = 500;   // room for one row; the session fills at most 100
+int in_trap;                      // a trap function's own failing statements do not call it again
+
+bool has_tag(const char *buff, const char *tag) { return strncmp(buff, tag, strlen(tag)) == 0; }
+
+// The first word of a statement, lower case, at most 24 characters.
+void first_word(const char *query, char word[25]) {
+    word[0] = 0;
+    if (sscanf(query, "%24s", word) != 1) word[0] = 0;
+    for (char *p = word; *p; p++) *p = static_cast<char>(tolower(static_cast<unsigned char>(*p)));
+}
+
+bool starts_with(const char *word, const char *prefix) { return strncmp(word, prefix, strlen(prefix)) == 0; }
+
+// The engine's message as pages see it: 70 characters and a line feed.
+void sql_error(char *msg, int size) { snprintf(msg, static_cast<size_t>(size), "%.70s\n", V_db_errmsg()); }
+
+void call_trap() {
+    if (!V_sqlFUNC || in_trap) return;
+    char call[V_LINE_MAX];
+    snprintf(call, sizeof call, "<@call> %s ", TRAPfunc);
+    V_TRACE("==> SQLTRAP call: CALL: [%s] ", call);
+    in_trap = 1;
+    V_call(call, 1, 0, nullptr);
+    in_trap = 0;
+}
+
+// A failed statement or query open: fatal while trapping is on, otherwise
+// the page reads the message and the trap function runs.
+void query_failed(const char *query) {
+    char msg[80];
+    sql_error(msg, sizeof msg);
+    V_sqlcode = -1;
+    if (V_sqlTRAP) {
+        ERRMSG("### DATABASE Query ERROR: QUERY: %s ; ### ERRMSG: %s ", query, msg);
+        return;   // only while an error page runs
+    }
+    snprintf(V_ERRMSG, V_ERRMSG_SIZE, "### DATABASE Query ERROR: QUERY: %.200s ; ### ERRMSG: %.200s ", query,
+             msg);
+    call_trap();
+}
+
+void fetch_failed() {
+    char msg[80];
+    sql_error(msg, sizeof msg);
+    V_sqlcode = -1;
+    if (V_sqlTRAP) {
+        ERRMSG("### DATABASE QUERY ERROR: %s ", msg);
+        return;
+    }
+    snprintf(V_ERRMSG, V_ERRMSG_SIZE, "### DATABASE QUERY ERROR: %.200s ", msg);
+    call_trap();
+}
+
+void fold_name(char *name) {
+    for (char *p = name; *p; p++) {
+        unsigned char c = static_cast<unsigned char>(*p);
+        *p = static_cast<char>(V_sqlcase ? toupper(c) : tolower(c));
+    }
+}
+
+// Appends name to the ";"-separated list, dropping what does not fit.
+void add_name(char *list, const char *name) {
+    size_t used = strlen(list);
+    if (used) snprintf(list + used, V_LINE_MAX - used, ";%s", name);
+    else snprintf(list, V_LINE_MAX, "%s", name);
+}
+
+// Stores one fetched row as variables; the first row also names the columns.
+void store_row(V_val *val, int numb, int row, char *names) {
+    for (int i = 0; i < numb; i++) {
+        if (!val[i].name) continue;
+        fold_name(val[i].name);
+        const char *value = val[i].len < 1 ? "" : val[i].value;
+        V_TRACE("Name: %s Value: %s", val[i].name, value);
+        V_put_value(val[i].name, value, 0, 0);
+        if (row == 1) add_name(names, val[i].name);
+    }
+    if (row == 1) V_put_value("V_sqlnames", names, 0, 0);
+}
+
+// The row loop: the block body runs once per fetched row, re-read from the
+// page each time.
+void V_found(const char *cid, V_heap *hp, V_FILE *fp, int compile) {
+    V_TRACE("V_found: cid: %s compile: %d \n", cid, compile);
+    int start = fp->offset;
+    V_eof = 1;
+    Continue = 0;
+    Break = 0;
+    int row = 1;
+    V_val val[ROW_VALUES] = {};
+    char names[V_LINE_MAX];
+    names[0] = 0;
+    for (;;) {
+        int numb = 0;
+        int rc = V_select_sql(V_SQL_FETCH, cid, nullptr, hp, &numb, val);
+        if (rc == 1) break;
+        if (rc < 0) {
+            fetch_failed();
+            break;
+        }
+        if (numb > ROW_VALUES) numb = ROW_VALUES;
+        V_TRACE("Fetch: %d values", numb);
+        V_DEBUG("  ** SQL fetch row: %d columns\n", numb);
+        fp->offset = start;
+        store_row(val, numb, row, names);
+        V_lines = row;
+        V_notfound(fp, compile, 0);
+        V_heap_reduce(hp);
+        row++;
+        if (Break) {
+            V_eof = 0;
+            break;
+        }
+        Continue = 0;
+    }
+    V_lines = row - 1;
+    if (!ContinueBreak) {
+        Break = 0;
+        Continue = 0;
+    }
+    if (V_lines == 0) V_notfound(fp, compile, 1);
+}
+
+// A statement without rows; -1 when it failed or was not let through.
+int V_sqlline(char *query) {
+    V_sqlcode = 0;
+    char word[25];
+    first_word(query, word);
+    if (starts_with(word, "disconnect")) {
+        V_finish();
+        V_free_all();
+        return 0;
+    }
+    if (!V_sqlTRANS &&
+        (starts_with(word, "begin") || starts_with(word, "commit") || starts_with(word, "rollback")))
+        return -1;
+    int numb = 0;
+    if (V_noselect_sql(query, &numb, nullptr) == 0) return 0;
+    query_failed(query);
+    return -1;
+}
+
+void run_select(V_FILE *fp, const char *cid, char *query, int compile) {
+    V_heap *hp = V_heap_new();
+    int numb = 0;
+    if (!hp || V_select_sql(V_SQL_OPEN, cid, query, hp, &numb, nullptr) < 0) {
+        query_failed(query);
+        V_notfound(fp, compile, 1);
+        V_select_sql(V_SQL_CLOSE, cid, nullptr, nullptr, nullptr, nullptr);
+        V_heap_free(hp);
+        return;
+    }
+    V_found(cid, hp, fp, compile);
+    V_select_sql(V_SQL_CLOSE, cid, nullptr, nullptr, nullptr, nullptr);
+    V_heap_free(hp);
+    if (V_rowcount == 0) V_rowcount = V_lines;
+}
+
+}  // namespace
+
+int V_sql(V_FILE *fp, char *buff, int compile, int ignore) {
+    if (!has_tag(buff, "<@sql>")) return -1;
+    V_TRACE("V_sql: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
+    if (!fp) return 0;
+    if (ignore) {
+        V_notfound(fp, compile, 1);
+        return 0;
+    }
+    char query[V_LINE_MAX];
+    V_transline(buff + 6, query, compile);
+    V_DEBUG("%s // %s \n", buff, query);
+    V_TRACE("V_sql: query: %s \n", query);
+
+    const char *got = V_get_cid();
+    if (!got) {   // only while an error page runs
+        V_notfound(fp, compile, 1);
+        return 0;
+    }
+    char cid[10];
+    snprintf(cid, sizeof cid, "%s", got);
+
+    char word[25];
+    first_word(query, word);
+    V_rowcount = 0;
+    V_sqlcode = 0;
+    if (strcmp(word, "select") == 0)
+        run_select(fp, cid, query, compile);
+    else if (V_sqlline(query) < 0)
+        V_notfound(fp, compile, 1);
+    else
+        V_notfound(fp, compile, ignore);
+    V_free_cid(cid);
+    return 0;
+}
+
+int V_sqlexec(char *buff, int compile, int ignore) {
+    if (!has_tag(buff, "<@sqlexec>")) return -1;
+    V_TRACE("V_sqlexec: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
+    if (ignore) return 0;
+    char query[V_LINE_MAX];
+    V_transline(buff + 10, query, compile);
+    V_DEBUG("%s // %s \n", buff, query);
+    V_TRACE("V_sqlexec: query: %s \n", query);
+    const char *got = V_get_cid();
+    if (!got) return 0;
+    char cid[10];
+    snprintf(cid, sizeof cid, "%s", got);
+    V_sqlline(query);
+    V_free_cid(cid);
+    return 0;
+}
+
+int V_sqlnames(char *buff, int compile, int ignore) {
+    if (!has_tag(buff, "<@sqlnames>")) return -1;
+    V_TRACE("V_sqlnames: buff= %s; compile= %d ignore: %d \n", buff, compile, ignore);
+    if (ignore) return 0;
+    char text[V_LINE_MAX];
+    V_transline(buff + 11, text, compile);
+    V_DEBUG("%s // %s\n", buff, text);
+    if (strstr(text, "lowercase")) V_sqlcase = 0;
+    if (strstr(text, "uppercase")) V_sqlcase = 1;
+    return 0;
+}
+
+int V_sqltrap(char *buff, int compile, int ignore) {
+    if (!has_tag(buff, "<@sqltrap>")) return -1;
+    V_TRACE("V_sqltrap: buff= %s; compile= %d ignore: %d \n", buff, compile, ignore);
+    if (ignore) return 0;
+    char text[V_LINE_MAX];
+    V_transline(buff + 10, text, compile);
+    V_DEBUG("%s // %s\n", buff, text);
+    if (strstr(text, "OFF_TRANSACTIONS"))
+        V_sqlTRANS = 0;
+    else if (strstr(text, "ON_TRANSACTIONS"))
+        V_sqlTRANS = 1;
+    else if (strstr(text, "OFF"))
+        V_sqlTRAP = 0;
+    else if (strstr(text, "ON"))
+        V_sqlTRAP = 1;
+    else
+        return -1;
+    return 0;
+}
