@@ -1,9 +1,319 @@
-// Placeholder bodies until this module is written.
+// The commands that change variables: set, add, clear, replace, error and
+// the operator assignments of V_let, with overflow-free integer arithmetic.
 #include "values/assignments.h"
 
-int V_set(char *buff, int compile, int ignore) { return -1; }
-int V_add(char *buff, int compile, int ignore) { return -1; }
-int V_clear(char *buff, int compile, int ignore) { return -1; }
-int V_replace(char *buff, int compile, int ignore) { return -1; }
-int V_error(char *buff, int compile, int ignore) { return -1; }
-int V_let(char *buff, int compile, int ignore) { return -1; }
+#include <cctype>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+
+#include "driver/diagnostics.h"
+#include "values/arguments.h"
+#include "values/substitution.h"
+#include "values/variables.h"
+
+namespace {
+
+constexpr int SET_AREA = 1000;     // name and value of <@set>, side by side
+constexpr int REPLACE_ARG = 100;   // each argument of <@replace>
+constexpr int RESULT_MAX = V_LINE_MAX - 1;
+
+// Copies at most size-1 bytes and always terminates.
+void copy_cut(char *dst, const char *src, int size) {
+    int n = 0;
+    while (src[n] && n < size - 1) {
+        dst[n] = src[n];
+        n++;
+    }
+    dst[n] = '\0';
+}
+
+// Reads a number the way atoi does (blanks, sign, digits) but never overflows:
+// values outside the int range are clamped to it.
+int safe_atoi(const char *s) {
+    if (!s) return 0;
+    while (isspace(static_cast<unsigned char>(*s))) s++;
+    bool neg = *s == '-';
+    if (*s == '-' || *s == '+') s++;
+    long long v = 0;
+    while (isdigit(static_cast<unsigned char>(*s))) {
+        if (v <= INT_MAX) v = v * 10 + (*s - '0');
+        s++;
+    }
+    if (neg) v = -v;
+    if (v > INT_MAX) return INT_MAX;
+    if (v < INT_MIN) return INT_MIN;
+    return static_cast<int>(v);
+}
+
+// Arithmetic results wrap around like 32-bit machine integers, so INT_MAX + 1
+// and INT_MIN / -1 give INT_MIN instead of undefined behaviour.
+int wrap(long long v) { return static_cast<int>(static_cast<uint32_t>(static_cast<uint64_t>(v))); }
+
+// Substitutes the text after a handler's tag into out and writes the debug line.
+void translate(const char *buff, int taglen, char *out, int compile) {
+    V_transline(buff + taglen, out, compile);
+    V_DEBUG("%s // %s \n", buff, out);
+}
+
+// Takes the next argument of text into out (size bytes, cut), advancing *pos.
+// Returns the scanner's result: 0 when no argument was left.
+int next_arg(const char *text, int *pos, char *out, int size) {
+    char word[V_LINE_MAX];
+    int n = V_arg_string(text + *pos, word);
+    if (n > 0) *pos += n;
+    copy_cut(out, word, size);
+    return n;
+}
+
+// Name and value of <@set> and <@add>, both taken from one area of `size`
+// bytes: the value gets what the name leaves over.
+void name_and_value(const char *text, char *area, int size, char **name, char **value) {
+    int pos = 0;
+    next_arg(text, &pos, area, size);
+    int used = static_cast<int>(strlen(area)) + 1;
+    *name = area;
+    *value = area + used;
+    if (used >= size) {
+        area[size - 1] = '\0';
+        *value = area + size - 1;
+        return;
+    }
+    next_arg(text, &pos, *value, size - used);
+}
+
+// Left-to-right, non-overlapping replacement into result (V_LINE_MAX bytes).
+// The guard reserves room for a whole replacement before every step.
+void replace_all(const char *val, const char *old, const char *neu, char *result) {
+    int len = 0;
+    int oldlen = static_cast<int>(strlen(old));
+    int newlen = static_cast<int>(strlen(neu));
+    while (*val) {
+        if (len + newlen > RESULT_MAX) break;
+        if (strncmp(val, old, static_cast<size_t>(oldlen)) == 0) {
+            memcpy(result + len, neu, static_cast<size_t>(newlen));
+            len += newlen;
+            val += oldlen;
+        } else {
+            result[len++] = *val++;
+        }
+    }
+    result[len] = '\0';
+}
+
+// The text of <@error> used as a message format whose one argument is the
+// raw command line: only "%s" (first one) and "%%" are honoured, every other
+// directive is kept literally, so page text can never misuse the formatter.
+void error_message(const char *fmt, const char *line, char *out, int size) {
+    int n = 0;
+    bool line_used = false;
+    while (*fmt && n < size - 1) {
+        if (fmt[0] == '%' && fmt[1] == '%') {
+            out[n++] = '%';
+            fmt += 2;
+            continue;
+        }
+        if (fmt[0] == '%' && fmt[1] == 's' && !line_used) {
+            for (const char *l = line; *l && n < size - 1; l++) out[n++] = *l;
+            line_used = true;
+            fmt += 2;
+            continue;
+        }
+        out[n++] = *fmt++;
+    }
+    out[n] = '\0';
+}
+
+struct let_op {
+    const char *op;   // as it follows the name: ">" and the operator
+    char code;
+};
+
+// Tried in this order on the substituted text; the first found decides.
+const let_op LET_OPS[] = {
+    {">=", '='}, {">+=", '+'}, {">*=", '*'}, {">/=", '/'}, {">%=", '%'},
+    {">-=", '-'}, {">$=", '$'}, {">;=", ';'}, {">++", 'i'}, {">--", 'd'},
+};
+
+bool has_let_op(const char *line) {
+    for (const let_op &o : LET_OPS)
+        if (strstr(line, o.op)) return true;
+    return false;
+}
+
+// The current value as an integer; `missing` stands in for a missing
+// variable and, when null_too is set, for a null value.
+int current_int(const char *name, int missing, bool null_too) {
+    V_USER *u = V_get_user(name);
+    if (!u) {
+        V_get_value(name);   // for its "not found" trace
+        return missing;
+    }
+    if (!u->var.value) return null_too ? missing : 0;
+    return safe_atoi(u->var.value);
+}
+
+void concat(char *out, const char *a, const char *b) {
+    copy_cut(out, a ? a : "", V_LINE_MAX);
+    int n = static_cast<int>(strlen(out));
+    copy_cut(out + n, b ? b : "", V_LINE_MAX - n);
+}
+
+// Works out the new value of `name` for operator `code` into out.
+void let_value(char code, const char *name, const char *operand, char *out) {
+    long long r = 0;
+    int arg = safe_atoi(operand);
+    switch (code) {
+    case '=':
+        copy_cut(out, operand, V_LINE_MAX);
+        return;
+    case '$':
+        concat(out, V_get_value(name), V_get_value(operand));
+        return;
+    case ';':
+        concat(out, V_get_value(name), operand);
+        return;
+    case '+': r = static_cast<long long>(current_int(name, 0, true)) + arg; break;
+    case '-': r = static_cast<long long>(current_int(name, 0, true)) - arg; break;
+    case '*': r = static_cast<long long>(current_int(name, 1, true)) * arg; break;
+    case '/': r = static_cast<long long>(current_int(name, 1, true)) / (arg ? arg : 1); break;
+    case '%': r = static_cast<long long>(current_int(name, 0, true)) % (arg ? arg : 1); break;
+    case 'i': r = static_cast<long long>(current_int(name, 0, true)) + 1; break;
+    case 'd': r = static_cast<long long>(current_int(name, 0, true)) - 1; break;
+    default: break;
+    }
+    snprintf(out, V_LINE_MAX, "%d", wrap(r));
+}
+
+// The work of each handler after substitution. The handlers keep only the
+// substituted line on their own frame because substitution can run a user
+// function and so recurse; these helpers are kept out of line for that.
+[[gnu::noinline]] int do_set(const char *buf) {
+    char area[SET_AREA];
+    char *name, *value;
+    name_and_value(buf, area, SET_AREA, &name, &value);
+    return V_put_value(name, value, 0, 0);
+}
+
+[[gnu::noinline]] int do_add(const char *buf) {
+    char area[V_LINE_MAX];
+    char *name, *value;
+    name_and_value(buf, area, V_LINE_MAX, &name, &value);
+    return V_add_value(name, value);
+}
+
+[[gnu::noinline]] void do_clear(const char *buf) {
+    char patt[V_LINE_MAX];
+    int pos = 0;
+    next_arg(buf, &pos, patt, V_LINE_MAX);
+    V_clear_value(patt);
+}
+
+[[gnu::noinline]] void do_replace(const char *buf) {
+    char name[REPLACE_ARG], old[REPLACE_ARG], neu[REPLACE_ARG];
+    int pos = 0;
+    next_arg(buf, &pos, name, REPLACE_ARG);
+    next_arg(buf, &pos, old, REPLACE_ARG);
+    if (next_arg(buf, &pos, neu, REPLACE_ARG) < 1 || !old[0]) {
+        ERRMSG("Bad syntax in REPLACE: %s ...", buf);
+        return;
+    }
+    const char *val = V_get_value(name);
+    if (!val) {
+        V_TRACE("V_replace: NAME: [%s] not exist or NULL value", name);
+        return;
+    }
+    V_TRACE("V_replace: NAME: [%s] VAL: [%s] replace: [%s] by: [%s]", name, val, old, neu);
+    char result[V_LINE_MAX];
+    replace_all(val, old, neu, result);
+    V_put_value(name, result, 0, 0);
+    V_TRACE("V_replace: NAME: [%s] NEWVAL: [%s]", name, result);
+}
+
+[[gnu::noinline]] void do_error(const char *buf, const char *line) {
+    char msg[V_ERRMSG_SIZE];
+    error_message(buf, line, msg, V_ERRMSG_SIZE);
+    ERRMSG("%s", msg);
+}
+
+[[gnu::noinline]] int do_let(char *buf) {
+    const let_op *found = nullptr;
+    char *at = nullptr;
+    for (const let_op &o : LET_OPS) {
+        at = strstr(buf, o.op);
+        if (at) {
+            found = &o;
+            break;
+        }
+    }
+    if (!found) {
+        V_TRACE("V_let: ### ERROR : did not find a command!!!");
+        return -1;
+    }
+    *at = '\0';
+    char operand[V_LINE_MAX];
+    int pos = 0;
+    next_arg(at + strlen(found->op), &pos, operand, V_LINE_MAX);
+    char value[V_LINE_MAX];
+    let_value(found->code, buf, operand, value);
+    return V_put_value(buf, value, 0, 0);
+}
+
+}  // namespace
+
+int V_set(char *buff, int compile, int ignore) {
+    if (strncmp(buff, "<@set>", 6) != 0) return -1;
+    V_TRACE("V_set: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
+    if (ignore) return 0;
+    char buf[V_LINE_MAX];
+    translate(buff, 6, buf, compile);
+    return do_set(buf);
+}
+
+int V_add(char *buff, int compile, int ignore) {
+    if (strncmp(buff, "<@add>", 6) != 0) return -1;
+    V_TRACE("V_add: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
+    if (ignore) return 0;
+    char buf[V_LINE_MAX];
+    translate(buff, 6, buf, compile);
+    return do_add(buf);
+}
+
+int V_clear(char *buff, int compile, int ignore) {
+    if (strncmp(buff, "<@clear>", 8) != 0) return -1;
+    V_TRACE("V_clear: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
+    if (ignore) return 0;
+    char buf[V_LINE_MAX];
+    translate(buff, 8, buf, compile);
+    do_clear(buf);
+    return 0;
+}
+
+int V_replace(char *buff, int compile, int ignore) {
+    if (strncmp(buff, "<@replace>", 10) != 0) return -1;
+    V_TRACE("V_replace: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
+    if (ignore) return 0;
+    char buf[V_LINE_MAX];
+    translate(buff, 10, buf, compile);
+    do_replace(buf);
+    return 0;
+}
+
+int V_error(char *buff, int compile, int ignore) {
+    if (strncmp(buff, "<@error>", 8) != 0) return -1;
+    V_TRACE("V_error: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
+    if (ignore) return 0;
+    char buf[V_LINE_MAX];
+    translate(buff, 8, buf, compile);
+    do_error(buf, buff);
+    return 0;
+}
+
+int V_let(char *buff, int compile, int ignore) {
+    if (strncmp(buff, "<@", 2) != 0 || !has_let_op(buff)) return -1;
+    V_TRACE("V_let: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
+    if (ignore) return 0;
+    char buf[V_LINE_MAX];
+    translate(buff, 2, buf, compile);
+    return do_let(buf);
+}
