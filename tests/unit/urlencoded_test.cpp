@@ -103,7 +103,8 @@ TEST_F(UrlencodedTest, QueryFieldsAndEscapes) {
 
 TEST_F(UrlencodedTest, EmptyOrMissingQuery) {
     setenv("REQUEST_METHOD", "GET", 1);
-    table[0].name = strdup("stale");
+    char stale[] = "stale";
+    table[0].name = stale;
     ASSERT_EQ(GET_parser(table, "V_PAGE"), 0);
     EXPECT_EQ(table[0].name, nullptr);
     setenv("QUERY_STRING", "", 1);
