@@ -66,15 +66,6 @@ TEST(PageFile, FgetsSplitsLongLineAtBufferSize)
     EXPECT_EQ(m.f.offset, m.f.size);
 }
 
-TEST(PageFile, FgetsLineOfMaximumLength)
-{
-    std::string longline(V_LINE_MAX + 10, 'x');
-    MemFile m(longline + "\n");
-    char buf[V_LINE_MAX];
-    EXPECT_EQ(V_fgets(buf, V_LINE_MAX, &m.f), V_LINE_MAX - 1);
-    EXPECT_EQ(strlen(buf), (size_t)V_LINE_MAX - 1);
-    EXPECT_EQ(V_fgets(buf, V_LINE_MAX, &m.f), 12);   // 11 x and the newline
-}
 
 TEST(PageFile, TextLineKeepsBlanksAndNewline)
 {
