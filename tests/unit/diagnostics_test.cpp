@@ -4,12 +4,14 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 #include "driver/diagnostics.h"
 #include "driver/environment.h"
@@ -17,10 +19,20 @@
 
 namespace {
 
+std::vector<std::string> made_dirs;
+
 std::string make_dir()
 {
     char tmpl[] = "/tmp/vorn-diag-XXXXXX";
-    return mkdtemp(tmpl);
+    made_dirs.push_back(mkdtemp(tmpl));
+    return made_dirs.back();
+}
+
+void remove_dirs()
+{
+    for (const std::string &d : made_dirs)
+        std::filesystem::remove_all(d);
+    made_dirs.clear();
 }
 
 void touch(const std::string &path)
@@ -45,6 +57,7 @@ template <class F> void in_child(F body)
     if (pid == 0) {
         body();
         fflush(nullptr);
+        remove_dirs();
         _exit(testing::Test::HasFailure() ? 1 : 0);
     }
     int raw = 0;
@@ -176,7 +189,9 @@ std::string error_output(const char *method, int *status)
     int raw = 0;
     waitpid(pid, &raw, 0);
     *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    return slurp(out);
+    std::string text = slurp(out);
+    remove_dirs();
+    return text;
 }
 
 const std::string BANNER_END = " -->\n\n";
@@ -212,4 +227,16 @@ TEST(Diagnostics, ErrorMessageIsCutAtItsBuffer)
                 ERRMSG("%s", huge.c_str());
         },
         testing::ExitedWithCode(255), "");
+}
+
+TEST(Diagnostics, DebugMarkerAloneGivesLevelOne)
+{
+    IN_CHILD({
+        std::string home = make_dir(), tmp = make_dir();
+        touch(home + "/V_DEBUG");
+        V_HOME = (char *)home.c_str();
+        TMP_DIR = (char *)tmp.c_str();
+        V_DEBUG("one\n");
+        EXPECT_EQ(Debug, 1);
+    });
 }

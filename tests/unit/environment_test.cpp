@@ -4,8 +4,11 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <cstring>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "driver/environment.h"
 #include "values/variables.h"
@@ -86,6 +89,7 @@ TEST(Environment, CheckNameRewritesToTheCleanPath)
     ASSERT_EQ(V_put_value("env_full", full.c_str(), 0, 0), 0);
     V_check_name(root.c_str(), "env_full");
     EXPECT_EQ(std::string(V_get_value("env_full")), full);
+    std::filesystem::remove_all(root);
 }
 
 TEST(Environment, CheckNameRefusalIsFatal)
@@ -99,4 +103,23 @@ TEST(Environment, CheckNameRefusalIsFatal)
     std::string huge(501, 'y');
     ASSERT_EQ(V_put_value("env_huge", huge.c_str(), 0, 0), 0);
     EXPECT_EXIT(quiet_check(root, "env_huge"), testing::ExitedWithCode(255), "");
+    std::filesystem::remove_all(root);
+}
+
+TEST(Environment, HomeFallsBackToCurrentDirectory)
+{
+    for (const char *dir : {"/Vorn", "/etc/Vorn", "/opt/Vorn", "/apps/Vorn"}) {
+        if (access((std::string(dir) + "/v.config").c_str(), F_OK) == 0)
+            GTEST_SKIP() << "an installation exists in " << dir;
+    }
+    EXPECT_EXIT(
+        {
+            unsetenv("V_HOME");
+            unsetenv("TMP_DIR");
+            V_env();
+            bool ok = !strcmp(V_HOME, ".") && !strcmp(TMP_DIR, "/tmp") &&
+                      getenv("TMP_DIR") && !strcmp(getenv("TMP_DIR"), "/tmp");
+            exit(ok ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
 }
