@@ -559,17 +559,19 @@ void V_transline_n(const char *line, char *buff, int size, int compile) {
     V_sink out{buff, size, 0};
     if (!compile) {
         sink_value(out, line);
-        if (!buff && DO_fflush) fflush(V_out());
         return;
     }
-    auto ref = work_buf(V_REF_MAX);
-    auto expanded = work_buf(V_REF_MAX);
+    std::unique_ptr<char[]> ref, expanded;
     const char *p = line;
     while (*p) {
         const char *mark = strstr(p, "$(");
         int n = mark ? (int)(mark - p) : (int)strlen(p);
         if (n > 0) sink_bytes(out, p, n);
         if (!mark) break;
+        if (!ref) {
+            ref = work_buf(V_REF_MAX);
+            expanded = work_buf(V_REF_MAX);
+        }
         const char *end = collect_ref(mark + 2, ref.get());
         V_transline_n(ref.get(), expanded.get(), V_REF_MAX, 1);
         resolve(expanded.get(), out);
