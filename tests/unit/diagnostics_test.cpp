@@ -167,57 +167,6 @@ TEST(Diagnostics, DebugFileAppendsAndStopsWhenSwitchedOff)
     });
 }
 
-namespace {
-
-// The error routine ends the process; its stdout goes into a file that the
-// parent reads afterwards.
-std::string error_output(const char *method, int *status)
-{
-    std::string out = make_dir() + "/out";
-    pid_t pid = fork();
-    if (pid == 0) {
-        if (!freopen(out.c_str(), "w", stdout))
-            _exit(3);
-        if (method)
-            setenv("REQUEST_METHOD", method, 1);
-        else
-            unsetenv("REQUEST_METHOD");
-        V_ERROR = nullptr;
-        ERRMSG("bad %s: %d", "thing", 7);
-        _exit(4);   // not reached: the routine never returns on a first error
-    }
-    int raw = 0;
-    waitpid(pid, &raw, 0);
-    *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    std::string text = slurp(out);
-    remove_dirs();
-    return text;
-}
-
-const std::string BANNER_END = " -->\n\n";
-
-} // namespace
-
-TEST(Diagnostics, ErrorFromShellPrintsUsage)
-{
-    int status = 0;
-    std::string text = error_output(nullptr, &status);
-    EXPECT_EQ(status, 255);
-    ASSERT_EQ(text.rfind("\r\n\r\n<!-- Vorn v.6.7", 0), 0u) << text;
-    std::string body = text.substr(text.find(BANNER_END) + BANNER_END.size());
-    EXPECT_EQ(body,
-              "Usage:\n\tVorn script [-Var Value [-Var2 Value2 [..]]]\n\nERROR: bad thing: 7\n");
-}
-
-TEST(Diagnostics, ErrorUnderCgiIsFramed)
-{
-    int status = 0;
-    std::string text = error_output("HEAD", &status);
-    EXPECT_EQ(status, 255);
-    std::string body = text.substr(text.find(BANNER_END) + BANNER_END.size());
-    EXPECT_EQ(body, "</table></table></table><hr><h3><pre>\n bad thing: 7 \n</pre></h3><hr>");
-}
-
 TEST(Diagnostics, ErrorMessageIsCutAtItsBuffer)
 {
     std::string huge(20000, 'z');
