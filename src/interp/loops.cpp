@@ -218,7 +218,10 @@ int V_while_loop(V_FILE *fp, int compile) {
     int start = fp->offset;
     Continue = 0;
     Break = 0;
-    while (!run_pass(fp, start, compile)) {
+    // A return left unwinding outside any call (ContinueBreak still set)
+    // makes every pass skip its lines, the <@break> included: stop at once
+    // instead of spinning for ever.
+    while (!run_pass(fp, start, compile) && !ContinueBreak) {
     }
     end_loop();
     return 0;
