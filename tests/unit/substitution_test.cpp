@@ -34,61 +34,19 @@ std::string tv(const char *ref) {
 
 void put(const char *name, const char *value) { ASSERT_EQ(V_put_value(name, value, 0, 0), 0); }
 
-// Sends the page output to a temporary file for the test's duration.
-struct PageCapture {
-    FILE *fp = tmpfile();
-    FILE *saved = V_stdout;
-    int html = HTML;
-    PageCapture() { V_stdout = fp; }
-    ~PageCapture() {
-        V_stdout = saved;
-        HTML = html;
-        fclose(fp);
-    }
-    std::string text() {
-        fflush(fp);
-        rewind(fp);
-        std::string out;
-        for (int c; (c = fgetc(fp)) != EOF;) out += (char)c;
-        return out;
-    }
-};
-
-TEST(Substitution, NestedReferencesExpandInnermostFirst) {
-    put("st_b", "x");
-    put("st_ax", "found");
-    EXPECT_EQ(tr("[$(st_a$(st_b))]"), "[found]");
-    put("st_n", "  a   b ");
-    EXPECT_EQ(tr("$(upper:trim:st_n)"), "A B");
-    EXPECT_EQ(tr("$(len:upper:trim:st_n)"), "3");
-    // parentheses inside a reference belong to it
-    put("st_f(1)", "paren");
-    EXPECT_EQ(tr("<$(st_f(1))>"), "<paren>");
-}
-
 TEST(Substitution, LiteralModesAndEmptyLines) {
-    put("st_v", "val");
+    put("st_v", "val\xE9");
+    int html = HTML;
+    HTML = 1;
     EXPECT_EQ(tr("a $(st_v) b\n", 0), "a $(st_v) b\n");
-    EXPECT_EQ(tr("a $(st_v) b\n", 1), "a val b\n");
+    EXPECT_EQ(tr("\xE8 $(st_v) b\n", 1), "\xE8 val\xE9 b\n");   // buffers are never encoded
+    HTML = html;
     int saved = IgnoreEmpty;
     IgnoreEmpty = 1;
     EXPECT_EQ(tr("\n"), "");
     IgnoreEmpty = 0;
     EXPECT_EQ(tr("\n"), "\n");
     IgnoreEmpty = saved;
-}
-
-TEST(Substitution, UnbalancedReferenceRunsToTheEnd) {
-    put("st_tail", "T");
-    EXPECT_EQ(tr("x $(st_tail"), "x T");
-    EXPECT_EQ(tr("x $(st_tail)y$("), "x Ty");
-    EXPECT_EQ(tr("$ ( $x ) $"), "$ ( $x ) $");
-}
-
-TEST(Substitution, MissingNamesGiveEmptyText) {
-    EXPECT_EQ(tr("[$(st_nothing)]"), "[]");
-    EXPECT_EQ(tr("$(len:st_nothing)"), "0");
-    EXPECT_EQ(tr("$()"), "");
 }
 
 TEST(Substitution, BufferIsNeverOverrun) {
@@ -127,84 +85,27 @@ TEST(Substitution, OverlongAndDeeplyNestedReferencesAreSafe) {
     EXPECT_EQ(tv((chain + "st_c").c_str()), "C");
 }
 
-TEST(Substitution, CutLimitsOneValueOnly) {
-    put("st_abc", "abcdef");
-    EXPECT_EQ(tr("$(cut:3:st_abc) $(st_abc)"), "abc abcdef");
-    EXPECT_EQ(V_len, -1);
-    EXPECT_EQ(tr("[$(cut:3)]"), "[]");
-}
-
-TEST(Substitution, StrTakesInclusiveRange) {
-    put("st_s", "abcdef");
-    EXPECT_EQ(tv("str:2:4:st_s"), "bcd");
-    EXPECT_EQ(tv("str:1:1:st_s"), "a");
-    EXPECT_EQ(tv("str:4:99:st_s"), "def");
-    EXPECT_EQ(tv("str:7:9:st_s"), "");   // starts right behind the end
-    EXPECT_EQ(tv("str:8:9:st_s"), "");
-    EXPECT_EQ(tv("str:0:2:st_s"), "");
-    EXPECT_EQ(tv("str:3:2:st_s"), "");
-    EXPECT_EQ(tv("str:"), "");
-    EXPECT_EQ(tv("str:2:st_s"), "");
-    EXPECT_EQ(tv("str:2:3:upper:st_s"), "BC");
-}
-
-TEST(Substitution, WordCountsFromOne) {
-    put("st_w", "  one   two\tthree ");
-    EXPECT_EQ(tv("word:st_w:1"), "one");
-    EXPECT_EQ(tv("word:st_w:2"), "two");
-    EXPECT_EQ(tv("word:st_w:3"), "three");
-    EXPECT_EQ(tv("word:st_w:4"), "");
-    EXPECT_EQ(tv("word:st_w:-1"), "");
-    EXPECT_EQ(tv("word:st_w:0"), "");
-    EXPECT_EQ(tv("word:st_w"), "");
-    put("st_tabs", "a\t\tb");
+TEST(Substitution, WordSplitsAtEveryTab) {
+    put("st_tabs", " a\t\tb  c ");
     EXPECT_EQ(tv("word:st_tabs:2"), "");
     EXPECT_EQ(tv("word:st_tabs:3"), "b");
-    EXPECT_EQ(tv("word:upper:st_w:2"), "TWO");
-}
-
-TEST(Substitution, StringModifiers) {
-    put("st_m", "Ab C");
-    EXPECT_EQ(tv("lower:st_m"), "ab c");
-    EXPECT_EQ(tv("upper:st_m"), "AB C");
-    put("st_t", " \tx  ");
-    EXPECT_EQ(tv("trim:st_t"), "\tx");
-    put("st_u", "a b&c/\xE9");
-    EXPECT_EQ(tv("txt2url:st_u"), "a%20b%26c%2f%e9");
-    put("st_e", "a%20b%2");
-    EXPECT_EQ(tv("url2txt:st_e"), "a b%2");
-    put("st_sh", "a;b $(x)");
-    EXPECT_EQ(tv("sh:st_sh"), "a\\;b \\$\\(x\\)");
-    put("st_date", "2024-03-09 10:11");
-    EXPECT_EQ(tv("year:st_date"), "2024");
-    EXPECT_EQ(tv("month:st_date"), "03");
-    EXPECT_EQ(tv("day:st_date"), "09");
-    put("st_short", "2024-3-9");
-    EXPECT_EQ(tv("year:st_short"), "2024-3-9");
-    EXPECT_EQ(tv("\\t") + tv("\\n") + tv("\\r"), "\t\n\r");
-    setenv("ST_ENV", "from env", 1);
-    EXPECT_EQ(tv("env:ST_ENV"), "from env");
-    EXPECT_EQ(tv("env:ST_UNSET_NAME"), "");
+    EXPECT_EQ(tv("word:st_tabs:4"), "c");
+    EXPECT_EQ(tv("word:st_tabs:5"), "");
+    EXPECT_EQ(tv("word:st_tabs:-1"), "");
 }
 
 TEST(Substitution, IntAndPrintfAcceptOneMatchingConversion) {
     EXPECT_EQ(tv("int:%05d:42"), "00042");
-    EXPECT_EQ(tv("int:%x:255"), "ff");
     EXPECT_EQ(tv("int:100%% of %d:7"), "100% of 7");
     EXPECT_EQ(tv("int:%d %d:7"), "");
-    EXPECT_EQ(tv("int:%s:7"), "");
     EXPECT_EQ(tv("int:%n:7"), "");
     EXPECT_EQ(tv("int:%ld:7"), "");
     EXPECT_EQ(tv("int:%*d:7"), "");
     EXPECT_EQ(tv("int:%99999d:7"), "");
     EXPECT_EQ(tv("int:no conversion, 100%%:7"), "no conversion, 100%");
-    EXPECT_EQ(tv("int:%d"), "");
 
     put("st_p", "3.14159");
     EXPECT_EQ(tv("printf:%.2f:st_p"), "3.14");
-    EXPECT_EQ(tv("printf:%d:st_p"), "3");
-    EXPECT_EQ(tv("printf:[%8s]:st_p"), "[ 3.14159]");
-    EXPECT_EQ(tv("printf:%c:st_p"), "3");
     EXPECT_EQ(tv("printf:Cost %d:st_p"), "Cost 3");
     EXPECT_EQ(tv("printf:%s%s:st_p"), "");
     EXPECT_EQ(tv("printf:%s %n:st_p"), "");
@@ -221,8 +122,6 @@ TEST(Substitution, CryptSaltFromByteSum) {
         EXPECT_EQ(tv("crypt:st_pw"), want) << value;
         EXPECT_EQ(want.substr(0, 2), std::string(salt, 2));
     };
-    expect("abc", "26");        // 294 % 256 = 38
-    expect("", "00");
     expect("\xff", "ff");       // -1: printed as ffffffff, crypt reads ff
     expect("\x80\x80", "00");   // -256 % 256 = 0
     expect("\x80\x01", "ff");   // -127: ffffff81
@@ -233,14 +132,8 @@ TEST(Substitution, SystemNamesMatchAsPrefixes) {
     EXPECT_EQ(tv("V_VERSIONS"), "670");
     V_rowcount = 12;
     EXPECT_EQ(tv("V_ROWS_total"), "12");
-    V_sqlcode = -1403;
-    EXPECT_EQ(tv("V_SQLCODE"), "-1403");
-    V_INSERT_ID = 77;
-    EXPECT_EQ(tv("V_INSERT_ID"), "77");
-    put("st_dir", "x");
-    EXPECT_EQ(tv("DIRX"), "");   // whole names only
     put("todayx", "var");
-    EXPECT_EQ(tv("todayx"), "var");
+    EXPECT_EQ(tv("todayx"), "var");   // whole names only
     EXPECT_GE(atoi(tv("V_DDT").c_str()), 0);
     usleep(3000);
     int ddt = atoi(tv("V_DDT").c_str());
@@ -253,24 +146,6 @@ TEST(Substitution, SystemNamesMatchAsPrefixes) {
     std::string udt = tv("V_UDT");
     ASSERT_EQ(udt.find('.'), udt.size() - 7);
     EXPECT_FALSE(tv("V_RANDOM").empty());
-}
-
-TEST(Substitution, PageOutputEncodesTextAndValues) {
-    PageCapture cap;
-    HTML = 1;
-    put("st_html", "<b>\xE9</b>");
-    V_transline("caf\xE9 $(st_html) $(cut:2:st_html)\n", nullptr, 1);
-    V_transline("raw $(st_html)\n", nullptr, 0);
-    EXPECT_EQ(cap.text(), "caf&eacute; <b>&eacute;</b> <b\nraw $(st_html)\n");
-    EXPECT_EQ(V_len, -1);
-}
-
-TEST(Substitution, BufferIsNeverEncoded) {
-    int saved = HTML;
-    HTML = 1;
-    put("st_enc", "\xE9");
-    EXPECT_EQ(tr("\xE8$(st_enc)"), "\xE8\xE9");
-    HTML = saved;
 }
 
 }  // namespace
