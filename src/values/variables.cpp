@@ -63,7 +63,14 @@ void put_foreign(V_USER *u, const char *value) {
     refresh_mirror(u);
 }
 
+// A record whose heap was handed back by its owner gets a fresh one.
+bool own_heap(V_USER *u) {
+    if (!u->hp) u->hp = V_heap_new();
+    return u->hp != nullptr;
+}
+
 void replace_value(V_USER *u, const char *value) {
+    if (!own_heap(u)) return;
     V_heap_reduce(u->hp);
     u->var.value = copy_text(u->hp, value);
     u->var.next = nullptr;
@@ -121,7 +128,7 @@ int V_add_value(const char *name, const char *value) {
     if (!name) return -1;
     V_USER *u = find(name);
     if (!u || (!u->fixed && u->clean)) return V_put_value(name, value, 0, 0);
-    if (u->fixed) return -1;
+    if (u->fixed || !own_heap(u)) return -1;
     V_var *last = &u->var;
     while (last->next) last = last->next;
     if (last->value) {

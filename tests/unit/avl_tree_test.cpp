@@ -1,14 +1,14 @@
-// Unit tests of the ordered tree: balance kept through inserts and
-// removals, duplicate refusal, replacement choice and case-sensitive keys.
+// Unit tests of the ordered tree: balance and order kept through inserts
+// and removals, duplicate refusal, replacement choice, case-sensitive keys.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <cstdio>
+#include <deque>
 #include <random>
 #include <string>
-#include <vector>
 
 #include "values/avl_tree.h"
 
@@ -19,48 +19,33 @@ struct Node {
     std::string name;
 };
 
-struct Forest {
+struct Tree {
     avl_tree_t tree{nullptr, V_avlcmp};
-    std::vector<Node *> nodes;
-    ~Forest() {
-        for (Node *n : nodes) delete n;
-    }
+    std::deque<Node> nodes;
     Node *make(const std::string &name) {
-        Node *n = new Node{};
-        n->name = name;
-        n->avl.key = n->name.data();
-        n->avl.data = n;
-        nodes.push_back(n);
-        return n;
+        Node &n = nodes.emplace_back();
+        n.name = name;
+        n.avl.key = n.name.data();
+        return &n;
     }
     int add(const std::string &name) { return AVL_insert(&tree, &make(name)->avl); }
+    const char *root() { return static_cast<const char *>(tree.root->key); }
 };
 
 const char *key(avl_t *a) { return static_cast<const char *>(a->key); }
 
-// Height of the subtree; fails the test when a balance is out of range or
-// does not match the real heights, or the order is broken.
-int check(avl_t *a, const char *lo, const char *hi) {
+// Height of the subtree; every balance must equal the real height
+// difference and stay within -1..1, and keys must be strictly ordered.
+int check(avl_t *a, const char *lo = nullptr, const char *hi = nullptr, int *nodes = nullptr) {
     if (!a) return 0;
-    if (lo) {
-        EXPECT_GT(strcmp(key(a), lo), 0) << key(a);
-    }
-    if (hi) {
-        EXPECT_LT(strcmp(key(a), hi), 0) << key(a);
-    }
-    int l = check(a->left, lo, key(a));
-    int r = check(a->right, key(a), hi);
+    if (nodes) ++*nodes;
+    EXPECT_TRUE(!lo || strcmp(key(a), lo) > 0) << key(a);
+    EXPECT_TRUE(!hi || strcmp(key(a), hi) < 0) << key(a);
+    int l = check(a->left, lo, key(a), nodes);
+    int r = check(a->right, key(a), hi, nodes);
     EXPECT_EQ(a->balance, r - l) << "at " << key(a);
     EXPECT_LE(std::abs(r - l), 1) << "at " << key(a);
     return 1 + std::max(l, r);
-}
-
-int walk(avl_t *a, std::vector<std::string> &out) {
-    if (!a) return 0;
-    walk(a->left, out);
-    out.push_back(key(a));
-    walk(a->right, out);
-    return 0;
 }
 
 std::string name_of(int i) {
@@ -69,135 +54,66 @@ std::string name_of(int i) {
     return buf;
 }
 
-TEST(AvlTree, EmptyTree) {
-    Forest f;
-    EXPECT_EQ(AVL_search(&f.tree, "x"), nullptr);
-    EXPECT_EQ(AVL_remove(&f.tree, "x"), -1);
-}
-
 TEST(AvlTree, AscendingInsertsStayBalanced) {
-    Forest f;
-    for (int i = 0; i < 1000; i++) ASSERT_EQ(f.add(name_of(i)), 0);
-    int h = check(f.tree.root, nullptr, nullptr);
-    EXPECT_LE(h, 11);   // 1.44 log2(1000) is about 14; a perfect tree has 10
-    for (int i = 0; i < 1000; i++) {
-        avl_t *a = AVL_search(&f.tree, name_of(i).c_str());
-        ASSERT_NE(a, nullptr);
-        EXPECT_EQ(key(a), name_of(i));
-    }
-    EXPECT_EQ(AVL_search(&f.tree, "k01000"), nullptr);
+    Tree t;
+    EXPECT_EQ(AVL_search(&t.tree, "x"), nullptr);
+    EXPECT_EQ(AVL_remove(&t.tree, "x"), -1);
+    for (int i = 0; i < 1000; i++) ASSERT_EQ(t.add(name_of(i)), 0);
+    EXPECT_LE(check(t.tree.root), 11);   // a perfect tree of 1000 has height 10
+    for (int i = 0; i < 1000; i += 7)
+        EXPECT_EQ(AVL_search(&t.tree, name_of(i).c_str()), &t.nodes[i].avl);
 }
 
-TEST(AvlTree, DuplicateIsRefusedAndLeftUntouched) {
-    Forest f;
-    f.add("b");
-    f.add("a");
-    f.add("c");
-    Node *dup = f.make("b");
+TEST(AvlTree, DuplicatesRefusedAndCaseMatters) {
+    Tree t;
+    EXPECT_EQ(t.add("Name"), 0);
+    EXPECT_EQ(t.add("name"), 0);
+    Node *dup = t.make("name");
     avl_t sentinel{};
-    dup->avl.left = &sentinel;
-    dup->avl.right = &sentinel;
-    dup->avl.balance = 1;
-    EXPECT_EQ(AVL_insert(&f.tree, &dup->avl), -1);
-    EXPECT_EQ(dup->avl.left, &sentinel);
-    EXPECT_EQ(dup->avl.right, &sentinel);
-    EXPECT_EQ(dup->avl.balance, 1);
-    EXPECT_EQ(AVL_search(&f.tree, "b"), &f.nodes[0]->avl);
-}
-
-TEST(AvlTree, KeysAreCaseSensitive) {
-    Forest f;
-    EXPECT_EQ(f.add("Name"), 0);
-    EXPECT_EQ(f.add("name"), 0);
-    EXPECT_EQ(f.add("NAME"), 0);
-    EXPECT_EQ(AVL_search(&f.tree, "name"), &f.nodes[1]->avl);
-    EXPECT_EQ(AVL_search(&f.tree, "nAme"), nullptr);
-}
-
-TEST(AvlTree, RemoveLeafOneChildAndRoot) {
-    Forest f;
-    f.add("only");
-    EXPECT_EQ(AVL_remove(&f.tree, "only"), 0);
-    EXPECT_EQ(f.tree.root, nullptr);
-
-    f.add("m");
-    f.add("f");
-    f.add("t");
-    f.add("a");   // f now has one child
-    EXPECT_EQ(AVL_remove(&f.tree, "f"), 0);
-    EXPECT_EQ(f.tree.root->left, &f.nodes[4]->avl);
-    EXPECT_EQ(AVL_remove(&f.tree, "t"), 0);   // a leaf
-    check(f.tree.root, nullptr, nullptr);
-    std::vector<std::string> keys;
-    walk(f.tree.root, keys);
-    EXPECT_EQ(keys, (std::vector<std::string>{"a", "m"}));
-    EXPECT_EQ(AVL_remove(&f.tree, "t"), -1);
+    dup->avl.left = dup->avl.right = &sentinel;
+    EXPECT_EQ(AVL_insert(&t.tree, &dup->avl), -1);
+    EXPECT_EQ(dup->avl.left, &sentinel);   // the refused node is untouched
+    EXPECT_EQ(AVL_search(&t.tree, "name"), &t.nodes[1].avl);
+    EXPECT_EQ(AVL_search(&t.tree, "NAME"), nullptr);
 }
 
 TEST(AvlTree, TwoChildrenReplacementFollowsTheLean) {
-    Forest f;
-    for (const char *k : {"m", "f", "t", "a"}) f.add(k);   // root leans left
-    ASSERT_EQ(f.tree.root->balance, -1);
-    EXPECT_EQ(AVL_remove(&f.tree, "m"), 0);
-    EXPECT_STREQ(key(f.tree.root), "f");   // predecessor
-    check(f.tree.root, nullptr, nullptr);
+    Tree left_leaning;
+    for (const char *k : {"m", "f", "t", "a"}) left_leaning.add(k);
+    EXPECT_EQ(AVL_remove(&left_leaning.tree, "m"), 0);
+    EXPECT_STREQ(left_leaning.root(), "f");   // predecessor
+    check(left_leaning.tree.root);
 
-    Forest g;
-    for (const char *k : {"m", "f", "t"}) g.add(k);   // balanced root
-    EXPECT_EQ(AVL_remove(&g.tree, "m"), 0);
-    EXPECT_STREQ(key(g.tree.root), "t");   // successor
-    EXPECT_EQ(g.tree.root->left, &g.nodes[1]->avl);
-    EXPECT_EQ(g.tree.root->balance, -1);
+    Tree balanced;
+    for (const char *k : {"m", "f", "t"}) balanced.add(k);
+    EXPECT_EQ(AVL_remove(&balanced.tree, "m"), 0);
+    EXPECT_STREQ(balanced.root(), "t");   // successor
+    check(balanced.tree.root);
 
-    Forest h;
-    for (const char *k : {"m", "f", "t", "w", "p"}) h.add(k);   // right-leaning
-    EXPECT_EQ(AVL_remove(&h.tree, "m"), 0);
-    EXPECT_STREQ(key(h.tree.root), "p");
-    check(h.tree.root, nullptr, nullptr);
+    Tree single;
+    single.add("only");
+    EXPECT_EQ(AVL_remove(&single.tree, "only"), 0);
+    EXPECT_EQ(single.tree.root, nullptr);
 }
 
 TEST(AvlTree, RandomInsertsAndRemovalsKeepTheInvariant) {
-    Forest f;
+    Tree t;
     std::mt19937 rng(7);
     std::vector<int> ids(600);
     for (int i = 0; i < 600; i++) ids[i] = i;
     std::shuffle(ids.begin(), ids.end(), rng);
-    for (int i : ids) ASSERT_EQ(f.add(name_of(i)), 0);
-    check(f.tree.root, nullptr, nullptr);
-
+    for (int i : ids) ASSERT_EQ(t.add(name_of(i)), 0);
     std::shuffle(ids.begin(), ids.end(), rng);
     for (size_t n = 0; n < ids.size(); n++) {
-        ASSERT_EQ(AVL_remove(&f.tree, name_of(ids[n]).c_str()), 0);
-        if (n % 50 == 0) check(f.tree.root, nullptr, nullptr);
+        ASSERT_EQ(AVL_remove(&t.tree, name_of(ids[n]).c_str()), 0);
         if (n % 3 == 0) {
-            ASSERT_EQ(f.add(name_of(ids[n])), 0);   // back in
+            ASSERT_EQ(t.add(name_of(ids[n])), 0);   // back in
         }
+        check(t.tree.root);
     }
-    check(f.tree.root, nullptr, nullptr);
-    std::vector<std::string> keys;
-    walk(f.tree.root, keys);
-    EXPECT_EQ(keys.size(), 200u);
-    EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
-}
-
-TEST(AvlTree, WorkersKeepEqualKeysAndRemoveByIdentity) {
-    Forest f;
-    std::vector<Node *> same;
-    for (int i = 0; i < 20; i++) {
-        Node *n = f.make(i % 2 ? "dup" : name_of(i));
-        if (i % 2) same.push_back(n);
-        n->avl.left = n->avl.right = nullptr;
-        n->avl.balance = 0;
-        avl_insert(&f.tree, &n->avl);
-    }
-    for (Node *n : same) {
-        avl_remove(&f.tree, &n->avl);
-        std::vector<std::string> keys;
-        walk(f.tree.root, keys);
-        EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
-    }
-    EXPECT_EQ(AVL_search(&f.tree, "dup"), nullptr);
-    for (int i = 0; i < 20; i += 2) EXPECT_NE(AVL_search(&f.tree, name_of(i).c_str()), nullptr);
+    int nodes = 0;
+    check(t.tree.root, nullptr, nullptr, &nodes);
+    EXPECT_EQ(nodes, 200);
 }
 
 }  // namespace

@@ -10,57 +10,51 @@
 
 namespace {
 
-// Points the page output at a temporary file for the test's duration.
+// Redirects the page output into a temporary file for the test's duration.
 struct Capture {
     FILE *fp = tmpfile();
-    FILE *saved_stdout = V_stdout;
+    FILE *saved = V_stdout;
     int html = HTML, len = V_len;
     Capture() { V_stdout = fp; }
     ~Capture() {
-        V_stdout = saved_stdout;
+        V_stdout = saved;
         HTML = html;
         V_len = len;
         fclose(fp);
     }
     std::string text() {
-        fflush(fp);
         std::string out;
         rewind(fp);
-        int c;
-        while ((c = fgetc(fp)) != EOF) out += static_cast<char>(c);
+        for (int c; (c = fgetc(fp)) != EOF;) out += static_cast<char>(c);
         return out;
     }
 };
 
-TEST(Output, TableHasItsRowsAndTerminator) {
+TEST(Output, EntityTable) {
     int rows = 0;
     while (HTML_tab[rows].html) rows++;
     EXPECT_EQ(rows, 52);
-    EXPECT_EQ(HTML_tab[52].text, nullptr);
     EXPECT_STREQ(HTML_string(0xF8), "&ordmas;");
     EXPECT_STREQ(HTML_string(0xBF), "&questi;");
-    EXPECT_STREQ(HTML_string(0xE7), "&ccedil;");
     EXPECT_STREQ(HTML_string(0xDD), "&Yacute;");
     EXPECT_STREQ(HTML_string(0xE5), "\xE5");
-    EXPECT_STREQ(HTML_string('<'), "<");
 }
 
-TEST(Output, ValueIsEncodedButMarkupPassesThrough) {
+TEST(Output, EncodingOnlyTowardsTheStream) {
     Capture cap;
     HTML = 1;
     V_len = -1;
     transvalue("<b>caf\xE9</b> \xDF\xE5 & \"q\" \xF8\xBF", nullptr);
-    EXPECT_EQ(cap.text(), "<b>caf&eacute;</b> \xDF\xE5 & \"q\" &ordmas;&questi;");
-}
-
-TEST(Output, HtmlOffWritesBytesAsTheyAre) {
-    Capture cap;
+    V_write_text("a\xC7" "b cut here", 3);
+    V_putchar(0xC0);
+    char buf[32];
+    transvalue("\xE9t\xE9", buf);
+    EXPECT_STREQ(buf, "\xE9t\xE9");
     HTML = 0;
-    V_len = -1;
-    transvalue("caf\xE9", nullptr);
-    V_putchar(0xE9);
-    V_write_text("\xE8xyz", 2);
-    EXPECT_EQ(cap.text(), "caf\xE9\xE9\xE8x");
+    transvalue("\xE9", nullptr);
+    V_write_text("\xE8", 1);
+    EXPECT_EQ(cap.text(), "<b>caf&eacute;</b> \xDF\xE5 & \"q\" &ordmas;&questi;"
+                          "a&Ccedil;b&Agrave;\xE9\xE8");
 }
 
 TEST(Output, LengthCutLeavesTheValueAlone) {
@@ -75,29 +69,8 @@ TEST(Output, LengthCutLeavesTheValueAlone) {
     transvalue(value, buf);
     EXPECT_STREQ(buf, "\xE9" "123");
     V_len = 0;   // no limit
-    transvalue("abcdef", buf);
-    EXPECT_STREQ(buf, "abcdef");
-}
-
-TEST(Output, BufferIsNeverEncodedNorWritten) {
-    Capture cap;
-    HTML = 1;
-    V_len = -1;
-    char buf[32];
-    transvalue("\xE9t\xE9", buf);
-    EXPECT_STREQ(buf, "\xE9t\xE9");
     transvalue(nullptr, buf);
     EXPECT_STREQ(buf, "");
-    EXPECT_EQ(cap.text(), "");
-}
-
-TEST(Output, LiteralTextAndSingleBytes) {
-    Capture cap;
-    HTML = 1;
-    V_write_text("a\xC7" "b\xF1" "cut here", 5);
-    V_putchar(0xC0);
-    V_putchar('!');
-    EXPECT_EQ(cap.text(), "a&Ccedil;b&ntilde;c&Agrave;!");
 }
 
 TEST(Output, StreamChoice) {
@@ -110,7 +83,6 @@ TEST(Output, StreamChoice) {
     EXPECT_EQ(V_out(), page);
     {
         Capture cap;   // a redirection wins over the page stream
-        EXPECT_EQ(V_out(), cap.fp);
         transvalue("x", nullptr);
         EXPECT_EQ(cap.text(), "x");
     }
