@@ -351,8 +351,50 @@ static char *find_inline(char *buff, int taglen) {
     return strstr(buff + taglen + 1, "<@");
 }
 
-// Runs the lines after the condition line up to the matching "<@end>".
-static int run_block(V_FILE *fp, char *line, int compile, int cond) {
+// The two line buffers of one construct, one pair per nesting level and
+// kept off the C stack, so that deep nesting costs little stack per level.
+struct IfBuffers {
+    char line[V_LINE_MAX];   // lines of the block; the condition line of an elif
+    char cmd[V_LINE_MAX];    // the inline command of a one-line form
+};
+
+static IfBuffers *if_buffers(int depth) {
+    static IfBuffers *pool[V_MAX_DEPTH + 1];
+    if (depth < 0 || depth > V_MAX_DEPTH) return nullptr;
+    if (!pool[depth]) pool[depth] = (IfBuffers *)malloc(sizeof(IfBuffers));
+    return pool[depth];
+}
+
+// Evaluates a condition line held in buff and runs its one-line form if it
+// has one. Returns 1 when the lines that follow are the construct's block,
+// with *cond its branch flag; 0 when the inline command has dealt with it.
+static int if_head(V_FILE *fp, char *buff, int taglen, int *compile, char *cmd, int *cond) {
+    char *inl = find_inline(buff, taglen);
+    cmd[0] = 0;
+    if (inl) {
+        snprintf(cmd, V_LINE_MAX, "%s", inl);
+        *inl = 0;
+    }
+    *cond = eval_condition(buff, taglen, *compile);
+    if (!inl) return 1;
+
+    V_TRACE("V_if: try as line command: {%s} \n", cmd);
+    if (strstr(cmd, "<@continue>")) {
+        if (*cond) Continue = 1;
+        return 0;
+    }
+    if (strstr(cmd, "<@break>")) {
+        if (*cond) Continue = Break = 1;
+        return 0;
+    }
+    return V_command(fp, cmd, compile, !*cond) == 0 ? 0 : 1;
+}
+
+// Runs the lines after the condition line up to the matching "<@end>". An
+// elif that is due is evaluated here in place, so that a long elif chain
+// does not nest.
+static int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
+    char *line = b->line;
     int taken = cond;
     int branch = cond;
     for (;;) {
@@ -360,12 +402,14 @@ static int run_block(V_FILE *fp, char *line, int compile, int cond) {
         if (Continue) branch = 0;
         cut_cmd(fp, line);
         if (starts(line, "<@elif>")) {
-            if (!Continue && !taken) {
-                V_if(fp, line, compile, 0);
+            if (Continue || taken) {
+                V_notfound(fp, compile, 1);
                 return 0;
             }
-            V_notfound(fp, compile, 1);
-            return 0;
+            V_TRACE("V_if: {%s} compile: %d ignore: %d \n", line, compile, 0);
+            if (!if_head(fp, line, 7, &compile, b->cmd, &cond)) return 0;
+            taken = branch = cond;
+            continue;
         }
         if (V_command(fp, line, &compile, !branch) == 0) continue;
         if (starts(line, "<@end>")) return 0;
@@ -403,35 +447,19 @@ int V_if(V_FILE *fp, char *buff, int compile, int ignore) {
     else return -1;
     V_TRACE("V_if: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
 
-    char *inl = find_inline(buff, taglen);
     if (ignore) {
         // A skipped construct still consumes its lines, so that nesting
         // stays balanced; a one-line form and an elif own no lines.
-        if (taglen == 5 && !inl) V_notfound(fp, compile, 1);
+        if (taglen == 5 && !find_inline(buff, taglen)) V_notfound(fp, compile, 1);
         return 0;
     }
-
-    // The inline command moves to its own buffer, which later serves as the
-    // line buffer of the block.
-    char line[V_LINE_MAX];
-    line[0] = 0;
-    if (inl) {
-        snprintf(line, sizeof line, "%s", inl);
-        *inl = 0;
-    }
-    int cond = eval_condition(buff, taglen, compile);
-
-    if (inl) {
-        V_TRACE("V_if: try as line command: {%s} \n", line);
-        if (strstr(line, "<@continue>")) {
-            if (cond) Continue = 1;
-            return 0;
-        }
-        if (strstr(line, "<@break>")) {
-            if (cond) Continue = Break = 1;
-            return 0;
-        }
-        if (V_command(fp, line, &compile, !cond) == 0) return 0;
-    }
-    return run_block(fp, line, compile, cond);
+    if (V_enter_block() < 0) return 0;
+    IfBuffers *b = if_buffers(V_depth);
+    int cond = 0;
+    if (!b)
+        ERRMSG("### No memory...");
+    else if (if_head(fp, buff, taglen, &compile, b->cmd, &cond))
+        run_block(fp, b, compile, cond);
+    V_leave_block();
+    return 0;
 }
