@@ -156,6 +156,22 @@ void unbind_arguments(const V_FUN *f, V_USER *shadowed, V_heap *hp) {
     }
 }
 
+// The heap of a call whose argument variables outlive it stays for the rest
+// of the run; it is chained from the global heap so it is never lost.
+struct kept_heap {
+    V_heap *hp;
+    kept_heap *next;
+};
+kept_heap *kept_heaps;
+
+void keep_heap(V_heap *hp) {
+    kept_heap *k = static_cast<kept_heap *>(V_heap_alloc(v_BUFFERS.hp, sizeof(kept_heap)));
+    if (!k) return;
+    k->hp = hp;
+    k->next = kept_heaps;
+    kept_heaps = k;
+}
+
 // Two argument words of a built-in, each cut to EXEC_ARG bytes.
 void two_args(const char *args, char *a, char *b) {
     char word[V_LINE_MAX];
@@ -287,7 +303,10 @@ int V_call(char *buff, int compile, int ignore, char *receiver) {
         }
     }
     V_notfound(f->file, compile, 0);
-    if (shadowed) unbind_arguments(f, shadowed, hp);
+    if (shadowed)
+        unbind_arguments(f, shadowed, hp);
+    else if (hp)
+        keep_heap(hp);
     Return = saved_return;
     f->file->offset = saved_offset;
     Break = 0;
