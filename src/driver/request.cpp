@@ -21,18 +21,6 @@ V_BUFFERS v_BUFFERS;
 
 enum { METHOD_OTHER = -1, METHOD_POST = 1, METHOD_GET = 2 };
 
-static int request_method()
-{
-    const char *m = getenv("REQUEST_METHOD");
-    if (!m)
-        return METHOD_OTHER;
-    if (!strcmp(m, "POST"))
-        return METHOD_POST;
-    if (!strcmp(m, "GET"))
-        return METHOD_GET;
-    return METHOD_OTHER;
-}
-
 void V_start()
 {
     v_BUFFERS.hp = V_heap_new();
@@ -154,7 +142,7 @@ int V_main(int argc, char **argv)
     V_start();
     V_TRACE("==> Vorn: started...");
 
-    int method = request_method();
+    int method = GetMethod();
     if (method == METHOD_POST)
         decode_post();
     else if (method == METHOD_GET)

@@ -3,6 +3,7 @@
 #include "interp/conditions.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -249,9 +250,16 @@ struct CondWords {
     char w[3][V_LINE_MAX];
 };
 
-static int three_words(const char *rest, CondWords *cw) {
+static void three_words(const char *rest, CondWords *cw) {
     for (auto &w : cw->w) next_word(&rest, w);
-    return 0;
+}
+
+// atoi without its undefined overflow: out-of-range values saturate.
+static int to_int(const char *s) {
+    long v = strtol(s, nullptr, 10);
+    if (v > INT_MAX) return INT_MAX;
+    if (v < INT_MIN) return INT_MIN;
+    return (int)v;
 }
 
 static int test_fmt(CondWords *cw) {
@@ -277,43 +285,26 @@ static int run_kind(const char *kw, const char *rest, const char *whole, CondWor
                     bool *neg) {
     *neg = kw[0] == '!';
     const char *k = *neg ? kw + 1 : kw;
-    if (!strcmp(k, "cmp")) {
-        three_words(rest, cw);
-        return V_user_cmp(cw->w[0], cw->w[1], cw->w[2]);
-    }
-    if (!strcmp(k, "icmp")) {
-        three_words(rest, cw);
-        return V_user_icmp(atoi(cw->w[0]), cw->w[1], atoi(cw->w[2]));
-    }
+    three_words(rest, cw);
+    const char *a = cw->w[0], *op = cw->w[1], *b = cw->w[2];
+    if (!strcmp(k, "cmp")) return V_user_cmp(a, op, b);
+    if (!strcmp(k, "icmp")) return V_user_icmp(to_int(a), op, to_int(b));
     if (!strcmp(k, "fcmp")) {
-        three_words(rest, cw);
-        double a = 0, b = 0;
-        sscanf(cw->w[0], "%lf", &a);
-        sscanf(cw->w[2], "%lf", &b);
-        return V_user_fcmp(a, cw->w[1], b);
+        double x = 0, y = 0;
+        sscanf(a, "%lf", &x);
+        sscanf(b, "%lf", &y);
+        return V_user_fcmp(x, op, y);
     }
-    if (!strcmp(k, "fmt")) {
-        three_words(rest, cw);
-        return test_fmt(cw);
-    }
+    if (!strcmp(k, "fmt")) return test_fmt(cw);
     if (!strcmp(k, "filled")) {
-        three_words(rest, cw);
-        const char *v = V_get_value(cw->w[0]);
+        const char *v = V_get_value(a);
         return v && *v ? 0 : -1;
     }
     if (!strcmp(k, "EOF")) return V_eof ? 0 : -1;
-    if (!strcmp(k, "exist")) {
-        three_words(rest, cw);
-        return access(cw->w[0], F_OK) == 0 ? 0 : -1;
-    }
-    if (!strcmp(k, "isDir")) {
-        three_words(rest, cw);
-        return test_stat(cw->w[0], S_IFDIR);
-    }
-    if (!strcmp(k, "isFile")) {
-        three_words(rest, cw);
-        return test_stat(cw->w[0], S_IFREG);
-    }
+    if (!strcmp(k, "exist")) return access(a, F_OK) == 0 ? 0 : -1;
+    if (!strcmp(k, "isDir")) return test_stat(a, S_IFDIR);
+    if (!strcmp(k, "isFile")) return test_stat(a, S_IFREG);
+    // Any other word is the left value of a plain string comparison.
     *neg = false;
     three_words(whole, cw);
     return V_user_cmp(cw->w[0], cw->w[1], cw->w[2]);
