@@ -6,7 +6,6 @@
 set -euo pipefail
 repo=$(cd "$(dirname "$0")/.." && pwd)
 site=$repo/examples/site
-home=$repo/examples/home
 
 packages=(cmake g++ make pkg-config libsqlite3-dev libpq-dev libcrypt-dev sqlite3)
 missing=()
@@ -38,18 +37,4 @@ if ! { cmake -S "$repo" -B "$repo/build" "${configure[@]}" &&
     exit 1
 fi
 
-# The site root in v.config is an absolute path: point it at this checkout.
-if ! grep -q "^shell:00 $site " "$home/v.config"; then
-    sed -i "s|^\([^ ]*\) [^ ]* |\1 $site |" "$home/v.config"
-fi
-
-# base "guestbook" with VORN_DB=sqlite (v.env) is the file guestbook.db in V_HOME
-rm -f "$home/guestbook.db"
-sqlite3 "$home/guestbook.db" <"$repo/examples/db/schema.sql"
-sqlite3 "$home/guestbook.db" <"$repo/examples/db/seed.sql"
-
-cd "$site"
-echo "== sign.html -author Margaret -message \"It's live.\""
-V_HOME=$home "$repo/build/vorn" sign.html -author Margaret -message "It's live."
-echo "== index.html"
-V_HOME=$home "$repo/build/vorn" index.html
+bash "$repo/examples/run-site.sh" "$repo/build/vorn" "$repo/build/example-home"
