@@ -4,6 +4,7 @@
 
 #include "driver/diagnostics.h"
 #include "form/urlencoded.h"
+#include "values/arguments.h"
 #include "values/variables.h"
 
 #include <cstdio>
@@ -117,14 +118,6 @@ void V_env()
     env_store("TMP_DIR=/tmp");
 }
 
-// A word longer than its field is cut at the field's size.
-static void copy_cut(char *dst, size_t size, const char *src)
-{
-    size_t len = strnlen(src, size - 1);
-    memcpy(dst, src, len);
-    dst[len] = 0;
-}
-
 static void host_key(char *key, int size)
 {
     const char *host = getenv("HTTP_HOST");
@@ -161,8 +154,8 @@ static void read_config(const char *key, int *hold)
         char w1[CONFIG_LINE] = "", w2[CONFIG_LINE] = "", w3[CONFIG_LINE] = "",
              w4[CONFIG_LINE] = "";
         sscanf(line, "%99s %99s %99s %99s", w1, w2, w3, w4);
-        copy_cut(site_root, sizeof site_root, w2);
-        copy_cut(base_name, sizeof base_name, w3);
+        V_copy_cut(site_root, w2, (int)sizeof site_root);
+        V_copy_cut(base_name, w3, (int)sizeof base_name);
         *hold = !strcmp(w4, "hold");
         if (!strcmp(w1, key))
             break;

@@ -24,15 +24,6 @@ constexpr int EXEC_ARG = 100;      // each argument of a built-in
 // V_function sit on the recursion of nested calls, and their own frames
 // should hold no more than the substituted line.
 
-void copy_cut(char *dst, const char *src, int size) {
-    int n = 0;
-    while (src[n] && n < size - 1) {
-        dst[n] = src[n];
-        n++;
-    }
-    dst[n] = '\0';
-}
-
 char *heap_copy(V_heap *hp, const char *s) {
     size_t n = strlen(s) + 1;
     char *c = static_cast<char *>(V_heap_alloc(hp, static_cast<int>(n)));
@@ -46,7 +37,7 @@ char *heap_copy(V_heap *hp, const char *s) {
     V_arg_string(text, word);
     char *paren = strchr(word, '(');
     if (paren) *paren = '\0';
-    copy_cut(name, word, FUN_NAME_MAX);
+    V_copy_cut(name, word, FUN_NAME_MAX);
 }
 
 avl_tree_t *ftree() {
@@ -176,10 +167,10 @@ void keep_heap(V_heap *hp) {
 void two_args(const char *args, char *a, char *b) {
     char word[V_LINE_MAX];
     int n = V_arg_string(args, word);
-    copy_cut(a, word, EXEC_ARG);
+    V_copy_cut(a, word, EXEC_ARG);
     word[0] = '\0';
     if (n > 0) V_arg_string(args + n, word);
-    copy_cut(b, word, EXEC_ARG);
+    V_copy_cut(b, word, EXEC_ARG);
 }
 
 int strcut(const char *fname, const char *args) {
@@ -323,7 +314,7 @@ int V_return(char *buff, int compile, int ignore) {
     V_transline(buff + 9, buf, compile);
     V_DEBUG("%s // %s \n", buff, buf);
     V_TRACE("V_return: {%s}", buf);
-    if (Return) copy_cut(Return, buf, V_LINE_MAX);
+    if (Return) V_copy_cut(Return, buf, V_LINE_MAX);
     ContinueBreak = 1;
     Continue = 1;
     Break = 1;

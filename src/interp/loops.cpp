@@ -46,15 +46,6 @@ bool stack_short() {
     return here < stack_low + static_cast<uintptr_t>(V_STACK_RESERVE);
 }
 
-void copy_cut(char *dst, const char *src, int size) {
-    int n = 0;
-    while (src[n] && n < size - 1) {
-        dst[n] = src[n];
-        n++;
-    }
-    dst[n] = '\0';
-}
-
 // Skips a body once, as a loop does when it has nothing to run over.
 void skip_body(V_FILE *fp) { V_notfound(fp, 0, 1); }
 
@@ -110,7 +101,7 @@ struct while_form {
     for (int i = 0; i < 3; i++) {
         int n = V_arg_string(text, word);
         if (n > 0) text += n;
-        copy_cut(const_cast<char *>(fields[i]), n > 0 ? word : "", sizes[i]);
+        V_copy_cut(const_cast<char *>(fields[i]), n > 0 ? word : "", sizes[i]);
         if (i == 0) any = n > 0;
     }
     return any;

@@ -56,8 +56,7 @@ void set_trap_function(const char *name)
     V_sqlFUNC = 0;
     if (!name[0])
         return;
-    memset(TRAPfunc, 0, sizeof TRAPfunc);
-    strncpy(TRAPfunc, name, TRAP_NAME_MAX);
+    V_copy_cut(TRAPfunc, name, TRAP_NAME_MAX + 1);
     V_sqlFUNC = 1;
 }
 

@@ -68,3 +68,10 @@ int V_arg_string_sep(const char *text, char *out, const char *sep) {
     out[n] = '\0';
     return (n || text[i]) ? i : 0;
 }
+
+void V_copy_cut(char *dst, const char *src, int size) {
+    if (size <= 0) return;
+    size_t len = strnlen(src, (size_t)size - 1);
+    memcpy(dst, src, len);
+    dst[len] = '\0';
+}

@@ -11,3 +11,7 @@ int V_take_string(const char *text, char *out);
 int V_arg_string(const char *text, char *out);
 // With a null or empty separator set it behaves as V_arg_string.
 int V_arg_string_sep(const char *text, char *out, const char *sep);
+
+// Copies at most size-1 bytes of src and always terminates dst: the cut that
+// fixed-size fields use wherever a value may be longer than its field.
+void V_copy_cut(char *dst, const char *src, int size);

@@ -18,16 +18,6 @@ constexpr int SET_AREA = 1000;     // name and value of <@set>, side by side
 constexpr int REPLACE_ARG = 100;   // each argument of <@replace>
 constexpr int RESULT_MAX = V_LINE_MAX - 1;
 
-// Copies at most size-1 bytes and always terminates.
-void copy_cut(char *dst, const char *src, int size) {
-    int n = 0;
-    while (src[n] && n < size - 1) {
-        dst[n] = src[n];
-        n++;
-    }
-    dst[n] = '\0';
-}
-
 // Reads a number the way atoi does (blanks, sign, digits) but never overflows:
 // values outside the int range are clamped to it.
 int safe_atoi(const char *s) {
@@ -62,7 +52,7 @@ int next_arg(const char *text, int *pos, char *out, int size) {
     char word[V_LINE_MAX];
     int n = V_arg_string(text + *pos, word);
     if (n > 0) *pos += n;
-    copy_cut(out, word, size);
+    V_copy_cut(out, word, size);
     return n;
 }
 
@@ -154,9 +144,9 @@ int current_int(const char *name, int missing, bool null_too) {
 }
 
 void concat(char *out, const char *a, const char *b) {
-    copy_cut(out, a ? a : "", V_LINE_MAX);
+    V_copy_cut(out, a ? a : "", V_LINE_MAX);
     int n = static_cast<int>(strlen(out));
-    copy_cut(out + n, b ? b : "", V_LINE_MAX - n);
+    V_copy_cut(out + n, b ? b : "", V_LINE_MAX - n);
 }
 
 // Works out the new value of `name` for operator `code` into out.
@@ -165,7 +155,7 @@ void let_value(char code, const char *name, const char *operand, char *out) {
     int arg = safe_atoi(operand);
     switch (code) {
     case '=':
-        copy_cut(out, operand, V_LINE_MAX);
+        V_copy_cut(out, operand, V_LINE_MAX);
         return;
     case '$':
         concat(out, V_get_value(name), V_get_value(operand));
