@@ -40,28 +40,30 @@ void split_field(entry *e, char *field) {
     V_TRACE("makeword: name= [%s], val= [%s]\n", e->name, or_null(e->val));
 }
 
-// The entry that the terminator is about to overwrite.
-void drop_entry(entry *e) {
-    free(e->name);
-    free(e->val);
+// Decodes a field into entry *x and frees it; false when the table is full.
+// Entry V_ENT_MAX - 1 belongs to the terminator: a field that lands there is
+// dropped, so at most V_ENT_MAX - 1 fields are kept.
+bool add_field(entry *table, int *x, char *field) {
+    split_field(&table[*x], field);
+    free(field);
+    if (*x == V_ENT_MAX - 1) {
+        free(table[*x].name);
+        free(table[*x].val);
+        return false;
+    }
+    (*x)++;
+    return true;
 }
 
 // Fills fields from text (fields separated by '&') starting at index x;
-// returns the index of the terminator. After entry V_ENT_MAX - 1 is filled
-// the terminator takes its place, so at most V_ENT_MAX - 1 fields are kept.
+// returns the index of the terminator.
 int get_fields(entry *table, int x, const char *text) {
     while (*text) {
         int n = (int)strcspn(text, "&");
         char *field = copy_n(text, n);
         text += n;
         if (*text) text++;
-        split_field(&table[x], field);
-        free(field);
-        if (x == V_ENT_MAX - 1) {
-            drop_entry(&table[x]);
-            break;
-        }
-        x++;
+        if (!add_field(table, &x, field)) break;
     }
     return x;
 }
@@ -102,13 +104,7 @@ int POST_parser(entry *table) {
     while (cl && !feof(stdin)) {
         char *field = fmakeword(stdin, '&', &cl);
         V_TRACE("fmakeword: [%s]\n", field);
-        split_field(&table[x], field);
-        free(field);
-        if (x == V_ENT_MAX - 1) {
-            drop_entry(&table[x]);
-            break;
-        }
-        x++;
+        if (!add_field(table, &x, field)) break;
     }
     table[x].name = nullptr;
     table[x].val = nullptr;
