@@ -68,9 +68,14 @@ static void delete_cookie(const char *name)
 // carry the far expiry date, session cookies none.
 static void emit_list(const char *list_name, bool persistent)
 {
-    const char *list = V_get_value(list_name);
-    if (!list)
+    const char *raw = V_get_value(list_name);
+    if (!raw)
         return;
+    // a form value may be far longer than a line; the names are read from a
+    // copy cut at the line size so that no name outgrows its buffer
+    char text[V_LINE_MAX];
+    V_copy_cut(text, raw, sizeof text);
+    const char *list = text;
     char name[V_LINE_MAX];
     for (int pos; (pos = V_arg_string(list, name)) != 0; list += pos) {
         const char *value = V_get_value(name);
@@ -81,8 +86,11 @@ static void emit_list(const char *list_name, bool persistent)
         // the name and its encoded value share one line buffer
         char line[V_LINE_MAX];
         size_t room = sizeof line - strlen(name) - 1;
+        // only the head of a value can fit the line, so only the head is encoded
+        char head[V_LINE_MAX];
+        V_copy_cut(head, value, sizeof head);
         char encoded[3 * V_LINE_MAX + 1];
-        escape_url(value, encoded);
+        escape_url(head, encoded);
         if (strlen(encoded) > room)
             encoded[room] = '\0';
         if (persistent) {
