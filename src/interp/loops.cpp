@@ -232,11 +232,20 @@ int V_while_values(V_FILE *fp, const char *name, int compile) {
     V_heap *hp = V_heap_new();
     V_var *chain = hp ? copy_chain(hp, &saved) : nullptr;
     const char *shown = nullptr;
-    for (V_var *v = chain; v; v = v->next) {
+    V_var *tail = chain;
+    while (tail && tail->next) tail = tail->next;
+    for (V_var *v = chain; v;) {
+        // The pass sees the copy as the variable's chain, so an <@add> in the
+        // body links a node of the variable's own heap behind the copy, which
+        // a later put or clear hands back: the copy is cut again before every
+        // pass, and the passes follow only its own links.
+        tail->next = nullptr;
+        V_var *next = v->next;
         u->var.value = v->value;
-        u->var.next = v->next;
+        u->var.next = next;
         shown = v->value;
         if (run_pass(fp, start, compile)) break;
+        v = next;
     }
     if (!chain) skip_body(fp);
     // Put the chain back unless the body gave the variable values of its own
