@@ -26,6 +26,26 @@ struct V_OPEN {
 static V_OPEN v_OPEN[V_OPEN_MAX];
 int V_eof;   // end of data: set by <@fgets> at end of file and by the SQL row loop
 
+// The output stream an <@file> or <@xfile> block puts back when it ends.
+struct Output_frame {
+    FILE *saved;
+    Output_frame *up;
+};
+
+static Output_frame *outputs;   // innermost running block first
+
+// An <@xfile> stream closed inside its own block, or inside a block nested
+// in it, must be neither the current output nor put back as it: the page
+// output takes its place.
+static void forget_output(FILE *fp)
+{
+    if (V_stdout == fp)
+        V_stdout = nullptr;
+    for (Output_frame *f = outputs; f; f = f->up)
+        if (f->saved == fp)
+            f->saved = nullptr;
+}
+
 // The arguments of one command, copied one after another into an area of
 // fixed size; an argument that no longer fits is cut, and so are those after.
 struct Args {
@@ -157,9 +177,7 @@ static int close_command(char *buff, int compile, int ignore, bool pipe)
         set_status(a.word[1], false);
         return 0;
     }
-    // an <@xfile> stream may be the current output; it must not stay current
-    if (V_stdout == slot->fp)
-        V_stdout = nullptr;
+    forget_output(slot->fp);
     if (pipe)
         pclose(slot->fp);   // the command's exit status is not looked at
     else
@@ -249,16 +267,19 @@ long V_ftell(const char *name)
 }
 
 // Runs the block once with the page output sent to fp, then puts back the
-// output stream and flush mode that were current before.
+// output stream and flush mode that were current before. The saved streams
+// of the running blocks are chained so that a close can reach them.
 static void run_into(V_FILE *page, FILE *fp, int compile)
 {
-    FILE *saved_out = V_stdout;
+    Output_frame frame{V_stdout, outputs};
+    outputs = &frame;
     int saved_flush = DO_fflush;
     V_stdout = fp;
     DO_fflush = 0;
     V_notfound(page, compile, 0);
     DO_fflush = saved_flush;
-    V_stdout = saved_out;
+    V_stdout = frame.saved;
+    outputs = frame.up;
 }
 
 // Common entry of the two blocks: the path, or -1/0 as for the commands.
