@@ -37,7 +37,9 @@ static int broken()
 
 static int fail(const char *fmt, const char *arg)
 {
-    snprintf(message, sizeof message, fmt, arg);
+    // a long name or system message is cut at the message's size
+    if (snprintf(message, sizeof message, fmt, arg) >= (int)sizeof message)
+        V_TRACE("multipart: message cut \n");
     POST_errmsg = message;
     return -1;
 }
