@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Installs what building Vorn needs; with --test also what the test suites
-# need (GoogleTest, a PostgreSQL server, a real HTTP client).
+# need (GoogleTest, a PostgreSQL server, a real HTTP client, a web server
+# that runs the interpreter as CGI; its tests start their own lighttpd).
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config libsqlite3-dev libpq-dev libcrypt-dev sqlite3)
 if [ "${1:-}" = "--test" ]; then
-  packages+=(libgtest-dev python3 postgresql-15 postgresql-15-orafce curl tzdata procps)
+  packages+=(libgtest-dev python3 postgresql-15 postgresql-15-orafce curl tzdata procps lighttpd)
 fi
 
 missing=()
