@@ -1,5 +1,5 @@
-// Multipart POST decoding: fields into the form table, uploads written
-// byte-exact to files of their own in the temporary directory.
+// Decoding of multipart/form-data POST bodies: fields into the form table,
+// uploads written byte-exact to files of their own in the temporary directory.
 #include "form/multipart.h"
 
 #include <cerrno>

@@ -1,5 +1,5 @@
-// Multipart POST decoding: fields into the form table, uploads into files
-// under the temporary directory.
+// Decoding of multipart/form-data POST bodies: fields into the form table,
+// uploads into files under the temporary directory.
 #pragma once
 
 struct entry;

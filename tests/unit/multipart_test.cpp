@@ -14,7 +14,7 @@
 
 namespace {
 
-class Multipart : public ::testing::Test {
+class FormDataDecoder : public ::testing::Test {
 protected:
     std::string tmp;
 
@@ -60,7 +60,7 @@ std::string upload(const std::string &name, const std::string &file, const std::
 
 const std::string end = "--XyZ--\r\n";
 
-TEST_F(Multipart, FieldsKeepOrderAndBytes)
+TEST_F(FormDataDecoder, FieldsKeepOrderAndBytes)
 {
     ASSERT_EQ(decode(field("a", "1") + field("b", "two\r\nlines") + field("c", "") + end), 0);
     EXPECT_STREQ(ent[0].name, "a");
@@ -71,7 +71,7 @@ TEST_F(Multipart, FieldsKeepOrderAndBytes)
     EXPECT_EQ(ent[3].name, nullptr);
 }
 
-TEST_F(Multipart, UploadIsByteExactAndStripped)
+TEST_F(FormDataDecoder, UploadIsByteExactAndStripped)
 {
     std::string content("\r\n\n\r--XyZ no\0bin\r\n--XyZz", 22);
     content += std::string(200000, '\xff');   // crosses the read buffer several times
@@ -82,7 +82,7 @@ TEST_F(Multipart, UploadIsByteExactAndStripped)
     EXPECT_STREQ(ent[1].val, "x");
 }
 
-TEST_F(Multipart, UnixPathAndEmptyFileName)
+TEST_F(FormDataDecoder, UnixPathAndEmptyFileName)
 {
     ASSERT_EQ(decode(upload("f", "../../etc/passwd", "p") + upload("g", "", "") + end), 0);
     std::string expect = tmp + "/passwd.." + std::to_string(getpid()) + ".0";
@@ -91,14 +91,14 @@ TEST_F(Multipart, UnixPathAndEmptyFileName)
     EXPECT_EQ(ent[1].val, nullptr);
 }
 
-TEST_F(Multipart, BodyCutInsidePartIsBroken)
+TEST_F(FormDataDecoder, BodyCutInsideAFieldIsBroken)
 {
     EXPECT_EQ(decode(upload("f", "a.bin", "abc").substr(0, 90)), -1);
     EXPECT_STREQ(POST_errmsg, "Broken Input...");
     EXPECT_EQ(decode("--XyZ\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\nvalue without end"), -1);
 }
 
-TEST_F(Multipart, PlantedLinkIsNeverWrittenThrough)
+TEST_F(FormDataDecoder, PlantedLinkIsNeverWrittenThrough)
 {
     std::string victim = tmp + "/victim";
     std::ofstream(victim) << "keep";
@@ -109,7 +109,7 @@ TEST_F(Multipart, PlantedLinkIsNeverWrittenThrough)
     EXPECT_EQ(slurp(victim), "keep");
 }
 
-TEST_F(Multipart, HostileShapesEndCleanly)
+TEST_F(FormDataDecoder, HostileShapesEndCleanly)
 {
     // no boundary at all, a 100 KB header line, and more parts than the table holds
     EXPECT_EQ(decode(""), 0);
