@@ -115,10 +115,17 @@ char *line_buffer(int depth) {
     return pool[depth];
 }
 
-V_USER *loop_variable(const char *name) {
+// The variable a values or words loop runs over, with the loop flags reset;
+// without a value to run over the body is skipped once and null returned.
+V_USER *loop_variable(V_FILE *fp, const char *name) {
+    Continue = 0;
+    Break = 0;
     V_USER *u = V_get_user(name);
     if (!u) V_get_value(name);   // for its "not found" trace
-    if (!u || u->clean || !u->var.value) return nullptr;
+    if (!u || u->clean || !u->var.value) {
+        skip_body(fp);
+        return nullptr;
+    }
     return u;
 }
 
@@ -221,13 +228,8 @@ int V_while_loop(V_FILE *fp, int compile) {
 int V_while_values(V_FILE *fp, const char *name, int compile) {
     V_TRACE("V_while_values: name: %s compile: %d \n", name, compile);
     int start = fp->offset;
-    Continue = 0;
-    Break = 0;
-    V_USER *u = loop_variable(name);
-    if (!u) {
-        skip_body(fp);
-        return 0;
-    }
+    V_USER *u = loop_variable(fp, name);
+    if (!u) return 0;
     V_var saved = u->var;
     V_heap *hp = V_heap_new();
     V_var *chain = hp ? copy_chain(hp, &saved) : nullptr;
@@ -259,13 +261,8 @@ int V_while_values(V_FILE *fp, const char *name, int compile) {
 int V_while_words(V_FILE *fp, const char *name, const char *sep, int compile) {
     V_TRACE("V_while_words: name: %s sep: {%s} compile: %d \n", name, sep, compile);
     int start = fp->offset;
-    Continue = 0;
-    Break = 0;
-    V_USER *u = loop_variable(name);
-    if (!u) {
-        skip_body(fp);
-        return 0;
-    }
+    V_USER *u = loop_variable(fp, name);
+    if (!u) return 0;
     // The text is split from a copy and each piece gets its own buffer, so the
     // body may change or clear the variable without pulling the text away.
     char *saved = u->var.value;
