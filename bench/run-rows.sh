@@ -28,21 +28,5 @@ with recursive n(i) as (select 1 union all select i + 1 from n where i < 100000)
 insert into items select i, 'item number ' || i, i * 0.25, '2024-01-' || printf('%02d', i % 28 + 1) from n;
 SQL
 
-times=""
-i=0
-while [ "$i" -lt "$runs" ]; do
-    start=$(date +%s%N)
-    (cd "$here" && VORN_DB=sqlite V_HOME=$work/home TMP_DIR=$work/tmp "$vorn" rows.html >"$work/out")
-    end=$(date +%s%N)
-    if [ "$(tail -n 1 "$work/out")" != "rows: 100000" ]; then
-        echo "run-rows.sh: unexpected output, last line: $(tail -n 1 "$work/out")" >&2
-        exit 1
-    fi
-    times="$times $(( (end - start) / 1000000 ))"
-    i=$((i + 1))
-done
-
-sorted=$(for t in $times; do echo "$t"; done | sort -n)
-median=$(echo "$sorted" | sed -n "$(( (runs + 1) / 2 ))p")
-echo "runs (ms):$(echo $sorted | sed 's/^/ /')"
-echo "median: $median ms for 100000 rows"
+. "$here/median.sh"
+time_page run-rows.sh "$vorn" "$runs" "$work" rows.html "rows: 100000" "100000 rows" VORN_DB=sqlite
