@@ -58,15 +58,82 @@ int V_cookie(char *buff, int compile, int ignore)
     return V_put_value(name, value, 0, 0);
 }
 
-static void delete_cookie(const char *name)
+namespace {
+
+constexpr int TRACE_NAME_MAX = 64;   // head of a refused name shown in the trace
+
+// The fixed texts after "path=/; " that end the three kinds of line.
+constexpr char PERSISTENT_END[] = "expires=31-Dec-2037 23:55:00 GMT ";
+constexpr char DELETED_END[] = "expires=Wednesday, 21-Aug-1996 01:21:36 GMT ";
+constexpr char SESSION_END[] = "";
+
+// True when name is a non-empty HTTP token, the only form a cookie name may
+// take: no blank, separator or control byte can end or split the header line.
+bool is_token(const char *name)
 {
-    printf("Set-Cookie: %s=NULL; path=/; expires=Wednesday, 21-Aug-1996 01:21:36 GMT \n", name);
+    static const char extra[] = "!#$%&'*+-.^_`|~";
+    if (!*name)
+        return false;
+    for (const char *c = name; *c; c++) {
+        unsigned char b = (unsigned char)*c;
+        bool alnum = (b >= 'A' && b <= 'Z') || (b >= 'a' && b <= 'z') || (b >= '0' && b <= '9');
+        if (!alnum && !strchr(extra, *c))
+            return false;
+    }
+    return true;
+}
+
+// Traces a refused cookie name. The name is shown URL-encoded and cut, so
+// the trace never carries the bytes that got it refused.
+void trace_refused(const char *why, const char *name)
+{
+    char head[TRACE_NAME_MAX];
+    V_copy_cut(head, name, sizeof head);
+    char shown[3 * TRACE_NAME_MAX];
+    escape_url(head, shown);
+    V_TRACE("V_set_cookies: %s: [%s]\n", why, shown);
+}
+
+// Cuts the URL-encoded text to at most room bytes, stepping back over an
+// escape the cut would split; hex digits are never '%', so a '%' in the last
+// two places starts the escape.
+void cut_encoded(char *encoded, size_t room)
+{
+    size_t n = strlen(encoded);
+    if (n <= room)
+        return;
+    if (room >= 1 && encoded[room - 1] == '%')
+        room -= 1;
+    else if (room >= 2 && encoded[room - 2] == '%')
+        room -= 2;
+    encoded[room] = '\0';
+}
+
+// Writes one Set-Cookie line "NAME=VALUE; path=/; END\n". The line is built
+// whole first and refused when it does not fit or holds a CR or LF, so no
+// cut or split header line ever reaches the output.
+void write_line(const char *name, const char *value, const char *end)
+{
+    // the name and its encoded value share V_LINE_MAX; the rest is fixed text
+    char line[2 * V_LINE_MAX];
+    int n = snprintf(line, sizeof line, "Set-Cookie: %s=%s; path=/; %s", name, value, end);
+    if (n < 0 || n >= (int)sizeof line || strpbrk(line, "\r\n")) {
+        trace_refused("line refused", name);
+        return;
+    }
+    printf("%s\n", line);
+}
+
+void delete_cookie(const char *name)
+{
+    write_line(name, "NULL", DELETED_END);
     V_DEBUG("Del-Cookie: %s\n", name);
 }
 
 // One Set-Cookie line per name in the list variable; persistent cookies
-// carry the far expiry date, session cookies none.
-static void emit_list(const char *list_name, bool persistent)
+// carry the far expiry date, session cookies none. The names come from the
+// request: one that is not a token is dropped.
+void emit_list(const char *list_name, bool persistent)
 {
     const char *raw = V_get_value(list_name);
     if (!raw)
@@ -78,29 +145,30 @@ static void emit_list(const char *list_name, bool persistent)
     const char *list = text;
     char name[V_LINE_MAX];
     for (int pos; (pos = V_arg_string(list, name)) != 0; list += pos) {
+        if (!is_token(name)) {
+            trace_refused("not a token", name);
+            continue;
+        }
         const char *value = V_get_value(name);
         if (!value || !*value) {
             delete_cookie(name);
             continue;
         }
         // the name and its encoded value share one line buffer
-        char line[V_LINE_MAX];
-        size_t room = sizeof line - strlen(name) - 1;
+        size_t room = V_LINE_MAX - strlen(name) - 1;
         // only the head of a value can fit the line, so only the head is encoded
         char head[V_LINE_MAX];
         V_copy_cut(head, value, sizeof head);
         char encoded[3 * V_LINE_MAX + 1];
         escape_url(head, encoded);
-        if (strlen(encoded) > room)
-            encoded[room] = '\0';
-        if (persistent) {
-            printf("Set-Cookie: %s=%s; path=/; expires=31-Dec-2037 23:55:00 GMT \n", name, encoded);
+        cut_encoded(encoded, room);
+        write_line(name, encoded, persistent ? PERSISTENT_END : SESSION_END);
+        if (persistent)
             V_DEBUG("Set-Cookie: %s=%s\n", name, encoded);
-        } else {
-            printf("Set-Cookie: %s=%s; path=/; \n", name, encoded);
-        }
     }
 }
+
+}  // namespace
 
 void V_set_cookies()
 {
