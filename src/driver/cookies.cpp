@@ -1,10 +1,15 @@
 // Cookies: <@cookie> copies one request cookie into a variable, and the
-// start-up writes the Set-Cookie lines of the two cookie lists.
+// start-up writes the Set-Cookie lines of the two cookie lists. The lists
+// come from the request, so the site's settings VORN_COOKIE_NAMES (the names
+// a request may set) and VORN_COOKIE_ATTRIBUTES (added to every line) bound
+// what any link can make the site set.
 #include "driver/cookies.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "driver/diagnostics.h"
 #include "form/url_codec.h"
@@ -60,7 +65,9 @@ int V_cookie(char *buff, int compile, int ignore)
 
 namespace {
 
-constexpr int TRACE_NAME_MAX = 64;   // head of a refused name shown in the trace
+constexpr int TRACE_NAME_MAX = 64;           // head of a refused name shown in the trace
+constexpr int COOKIE_ATTRIBUTES_MAX = 512;   // the site's attribute text
+constexpr char BLANKS[] = " \t";
 
 // The fixed texts after "path=/; " that end the three kinds of line.
 constexpr char PERSISTENT_END[] = "expires=31-Dec-2037 23:55:00 GMT ";
@@ -109,14 +116,77 @@ void cut_encoded(char *encoded, size_t room)
     encoded[room] = '\0';
 }
 
-// Writes one Set-Cookie line "NAME=VALUE; path=/; END\n". The line is built
-// whole first and refused when it does not fit or holds a CR or LF, so no
-// cut or split header line ever reaches the output.
-void write_line(const char *name, const char *value, const char *end)
+// The site's cookie settings, read once from the environment that v.env
+// has filled.
+struct CookiePolicy {
+    const char *names;                         // VORN_COOKIE_NAMES; null allows every name
+    char attributes[COOKIE_ATTRIBUTES_MAX];    // VORN_COOKIE_ATTRIBUTES trimmed; "" for none
+    bool refused;                              // unusable attributes: no cookie line at all
+};
+
+// Reads the settings into policy. The attribute text loses blanks and ';'
+// at both ends; a text with CR or LF, or too long for its buffer, refuses
+// every cookie line rather than sending cookies without the attributes the
+// site asked for.
+void read_policy(CookiePolicy &policy)
 {
-    // the name and its encoded value share V_LINE_MAX; the rest is fixed text
-    char line[2 * V_LINE_MAX];
-    int n = snprintf(line, sizeof line, "Set-Cookie: %s=%s; path=/; %s", name, value, end);
+    policy.names = getenv("VORN_COOKIE_NAMES");
+    policy.attributes[0] = '\0';
+    policy.refused = false;
+    const char *raw = getenv("VORN_COOKIE_ATTRIBUTES");
+    if (!raw)
+        return;
+    if (strpbrk(raw, "\r\n")) {
+        V_TRACE("V_set_cookies: VORN_COOKIE_ATTRIBUTES holds a line end, no cookies\n");
+        policy.refused = true;
+        return;
+    }
+    static const char trim[] = " \t;";
+    std::string_view text(raw);
+    size_t first = text.find_first_not_of(trim);
+    if (first == std::string_view::npos)
+        return;
+    text = text.substr(first, text.find_last_not_of(trim) + 1 - first);
+    int n = snprintf(policy.attributes, sizeof policy.attributes, "%.*s", (int)text.size(),
+                     text.data());
+    if (n < 0 || n >= (int)sizeof policy.attributes) {
+        V_TRACE("V_set_cookies: VORN_COOKIE_ATTRIBUTES too long, no cookies\n");
+        policy.refused = true;
+    }
+}
+
+// True when the site lets a request set cookie name: always without
+// VORN_COOKIE_NAMES, else when name is one of its blank-separated words.
+bool allowed(const CookiePolicy &policy, std::string_view name)
+{
+    if (!policy.names)
+        return true;
+    std::string_view list(policy.names);
+    while (!list.empty()) {
+        size_t start = list.find_first_not_of(BLANKS);
+        if (start == std::string_view::npos)
+            break;
+        list.remove_prefix(start);
+        size_t len = std::min(list.find_first_of(BLANKS), list.size());
+        if (list.substr(0, len) == name)
+            return true;
+        list.remove_prefix(len);
+    }
+    return false;
+}
+
+// Writes one Set-Cookie line "NAME=VALUE; path=/; [ATTRIBUTES; ]END\n": the
+// site's attributes go after the path, before the fixed expiry text. The
+// line is built whole first and refused when it does not fit or holds a CR
+// or LF, so no cut or split header line ever reaches the output.
+void write_line(const CookiePolicy &policy, const char *name, const char *value, const char *end)
+{
+    // the name and its encoded value share V_LINE_MAX; the rest is the
+    // attributes and fixed text
+    char line[2 * V_LINE_MAX + COOKIE_ATTRIBUTES_MAX];
+    const char *attributes = policy.attributes;
+    int n = snprintf(line, sizeof line, "Set-Cookie: %s=%s; path=/; %s%s%s", name, value,
+                     attributes, *attributes ? "; " : "", end);
     if (n < 0 || n >= (int)sizeof line || strpbrk(line, "\r\n")) {
         trace_refused("line refused", name);
         return;
@@ -124,16 +194,16 @@ void write_line(const char *name, const char *value, const char *end)
     printf("%s\n", line);
 }
 
-void delete_cookie(const char *name)
+void delete_cookie(const CookiePolicy &policy, const char *name)
 {
-    write_line(name, "NULL", DELETED_END);
+    write_line(policy, name, "NULL", DELETED_END);
     V_DEBUG("Del-Cookie: %s\n", name);
 }
 
 // One Set-Cookie line per name in the list variable; persistent cookies
 // carry the far expiry date, session cookies none. The names come from the
-// request: one that is not a token is dropped.
-void emit_list(const char *list_name, bool persistent)
+// request: one that is not a token, or not allowed by the site, is dropped.
+void emit_list(const CookiePolicy &policy, const char *list_name, bool persistent)
 {
     const char *raw = V_get_value(list_name);
     if (!raw)
@@ -149,9 +219,13 @@ void emit_list(const char *list_name, bool persistent)
             trace_refused("not a token", name);
             continue;
         }
+        if (!allowed(policy, name)) {
+            trace_refused("not in VORN_COOKIE_NAMES", name);
+            continue;
+        }
         const char *value = V_get_value(name);
         if (!value || !*value) {
-            delete_cookie(name);
+            delete_cookie(policy, name);
             continue;
         }
         // the name and its encoded value share one line buffer
@@ -162,7 +236,7 @@ void emit_list(const char *list_name, bool persistent)
         char encoded[3 * V_LINE_MAX + 1];
         escape_url(head, encoded);
         cut_encoded(encoded, room);
-        write_line(name, encoded, persistent ? PERSISTENT_END : SESSION_END);
+        write_line(policy, name, encoded, persistent ? PERSISTENT_END : SESSION_END);
         if (persistent)
             V_DEBUG("Set-Cookie: %s=%s\n", name, encoded);
     }
@@ -172,6 +246,10 @@ void emit_list(const char *list_name, bool persistent)
 
 void V_set_cookies()
 {
-    emit_list("V_ServerCOOKIES", true);
-    emit_list("V_SessionCOOKIES", false);
+    CookiePolicy policy;
+    read_policy(policy);
+    if (policy.refused)
+        return;
+    emit_list(policy, "V_ServerCOOKIES", true);
+    emit_list(policy, "V_SessionCOOKIES", false);
 }
