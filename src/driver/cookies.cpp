@@ -17,57 +17,44 @@
 #include "values/substitution.h"
 #include "values/variables.h"
 
-constexpr int COOKIE_NAME_MAX = 200;
+namespace {
 
-// The value of cookie `name` in HTTP_COOKIE, URL-decoded, into value (size
-// V_LINE_MAX). A plain substring search: the first "name=" anywhere wins.
-static void find_cookie(const char *name, char *value)
+constexpr int COOKIE_NAME_MAX = 200;         // name of <@cookie>, with its terminator
+constexpr int TRACE_NAME_MAX = 64;           // head of a refused name shown in the trace
+constexpr int COOKIE_ATTRIBUTES_MAX = 512;   // the site's attribute text
+constexpr char BLANKS[] = " \t";
+
+// The value of cookie name in HTTP_COOKIE, URL-decoded, into value (size
+// bytes). Names match exactly, so that a cookie of another name or a value
+// holding "name=" cannot shadow the one asked for: a pair's name runs from
+// the start or a ';' (blanks after it skipped) to its '='. The first pair of
+// that name wins; its value, up to the next ';', is cut to the buffer before
+// it is decoded, so an escape cut in two stays as it stands.
+void find_cookie(std::string_view name, char *value, size_t size)
 {
     value[0] = '\0';
     const char *jar = getenv("HTTP_COOKIE");
     if (!jar)
         return;
-    char search[COOKIE_NAME_MAX + 2];
-    snprintf(search, sizeof search, "%s=", name);
-    const char *at = strstr(jar, search);
-    if (!at)
-        return;
-    at += strlen(search);
-    size_t n = strcspn(at, ";");
-    if (n > V_LINE_MAX - 1)
-        n = V_LINE_MAX - 1;
-    memcpy(value, at, n);
-    value[n] = '\0';
-    unescape_url(value);
+    std::string_view rest(jar);
+    while (!rest.empty()) {
+        size_t start = rest.find_first_not_of(BLANKS);
+        if (start == std::string_view::npos)
+            return;
+        rest.remove_prefix(start);
+        size_t end = std::min(rest.find(';'), rest.size());
+        std::string_view pair = rest.substr(0, end);
+        size_t eq = pair.find('=');
+        if (eq != std::string_view::npos && pair.substr(0, eq) == name) {
+            std::string_view found = pair.substr(eq + 1);
+            size_t n = std::min(found.size(), size - 1);
+            snprintf(value, size, "%.*s", (int)n, found.data());
+            unescape_url(value);
+            return;
+        }
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
 }
-
-int V_cookie(char *buff, int compile, int ignore)
-{
-    static const char tag[] = "<@cookie>";
-    if (strncmp(buff, tag, sizeof tag - 1) != 0)
-        return -1;
-    V_TRACE("V_cookie: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
-    if (ignore)
-        return 0;
-    char text[V_LINE_MAX];
-    V_transline(buff + sizeof tag - 1, text, compile);
-    V_DEBUG("%s // %s \n", buff, text);
-    char word[V_LINE_MAX];
-    V_arg_string(text, word);
-    char name[COOKIE_NAME_MAX];
-    size_t n = strnlen(word, sizeof name - 1);
-    memcpy(name, word, n);
-    name[n] = '\0';
-    char value[V_LINE_MAX];
-    find_cookie(name, value);
-    return V_put_value(name, value, 0, 0);
-}
-
-namespace {
-
-constexpr int TRACE_NAME_MAX = 64;           // head of a refused name shown in the trace
-constexpr int COOKIE_ATTRIBUTES_MAX = 512;   // the site's attribute text
-constexpr char BLANKS[] = " \t";
 
 // The fixed texts after "path=/; " that end the three kinds of line.
 constexpr char PERSISTENT_END[] = "expires=31-Dec-2037 23:55:00 GMT ";
@@ -243,6 +230,26 @@ void emit_list(const CookiePolicy &policy, const char *list_name, bool persisten
 }
 
 }  // namespace
+
+int V_cookie(char *buff, int compile, int ignore)
+{
+    static const char tag[] = "<@cookie>";
+    if (strncmp(buff, tag, sizeof tag - 1) != 0)
+        return -1;
+    V_TRACE("V_cookie: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
+    if (ignore)
+        return 0;
+    char text[V_LINE_MAX];
+    V_transline(buff + sizeof tag - 1, text, compile);
+    V_DEBUG("%s // %s \n", buff, text);
+    char word[V_LINE_MAX];
+    V_arg_string(text, word);
+    char name[COOKIE_NAME_MAX];
+    V_copy_cut(name, word, sizeof name);
+    char value[V_LINE_MAX];
+    find_cookie(name, value, sizeof value);
+    return V_put_value(name, value, 0, 0);
+}
 
 void V_set_cookies()
 {

@@ -1,9 +1,11 @@
-// Unit tests of the Set-Cookie lists with form values far longer than a
-// line: names and encoded values are cut to the one line buffer, and the
-// cut never splits an escape.
+// Unit tests of sizes no CGI environment string can reach: a 1 MB cookie
+// header, and Set-Cookie lists with form values far longer than a line,
+// whose names and encoded values are cut to the one line buffer without
+// splitting an escape.
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "driver/cookies.h"
@@ -31,4 +33,18 @@ TEST(Cookies, LongListsAndValuesAreCutToTheLine)
     // the second name is what is left of the list's line: 8191 - 6 letters
     std::string second = out.substr(end + 1);
     EXPECT_EQ(second.rfind("Set-Cookie: " + std::string(8185, 'n') + "=NULL;", 0), 0u);
+}
+
+TEST(Cookies, MegabyteHeaderIsScannedAndTheValueCut)
+{
+    std::string jar;
+    while (jar.size() < (1u << 20))
+        jar += "f=" + std::string(1000, 'x') + "; ";
+    // the value is cut at 8191 bytes, inside its last escape, before decoding
+    jar += "xbig=no; big=" + std::string(8190, 'v') + "%41; big=late";
+    setenv("HTTP_COOKIE", jar.c_str(), 1);
+    char line[] = "<@cookie> big";
+    V_cookie(line, 0, 0);
+    unsetenv("HTTP_COOKIE");
+    EXPECT_EQ(std::string(V_get_value("big")), std::string(8190, 'v') + "%");
 }
