@@ -1,8 +1,7 @@
-// Cookies: <@cookie> copies one request cookie into a variable, and the
-// start-up writes the Set-Cookie lines of the two cookie lists. The lists
-// come from the request, so the site's settings VORN_COOKIE_NAMES (the names
-// a request may set) and VORN_COOKIE_ATTRIBUTES (added to every line) bound
-// what any link can make the site set.
+// Cookies: <@cookie> copies one request cookie, matched by its exact name,
+// into a variable; the start-up writes the Set-Cookie lines of the two cookie
+// lists. The lists come from the request, so only token names pass, and the
+// site's VORN_COOKIE_NAMES and VORN_COOKIE_ATTRIBUTES bound what a link sets.
 #include "driver/cookies.h"
 
 #include <algorithm>
