@@ -5,9 +5,11 @@
 #include "db/block_heap.h"
 #include "driver/environment.h"
 #include "driver/request.h"
+#include "form/tmp_files.h"
 #include "interp/page_file.h"
 #include "values/output.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdlib>
@@ -25,6 +27,7 @@ static FILE *trace_fp;       // log file of Trace 2 and 3
 static int trace_ready;
 static FILE *debug_fp;
 static int debug_ready;
+static bool debug_refused;   // its name was held by another file: no more tries
 
 // The clock shared by trace and debug lines.
 static int tm_ready;
@@ -59,14 +62,23 @@ static int home_file_exists(const char *name)
     return access(path, F_OK) == 0;
 }
 
-static FILE *open_tmp_file(const char *name, const char *mode)
+// Opens the trace or debug file name.PID in the temporary directory. A name
+// held by a link or by a file not ours alone is refused with one line in the
+// web server's log, naming the file as `what`; errno is kept for the caller.
+static FILE *open_tmp_file(const char *what, const char *name, TmpOpen how)
 {
     char path[1024];
     int n = snprintf(path, sizeof path, "%s/%s.%d", TMP_DIR ? TMP_DIR : "/tmp", name,
                      (int)getpid());
     if (n < 0 || n >= (int)sizeof path)
         return nullptr;
-    return fopen(path, mode);
+    FILE *f = V_open_tmp(path, how);
+    if (!f && V_tmp_refused(errno)) {
+        int err = errno;
+        V_tmp_report(what, path, err);
+        errno = err;
+    }
+    return f;
 }
 
 // Later markers override earlier ones, so V_LOG3 beats V_LOG beats V_TRACE.
@@ -76,13 +88,13 @@ static void trace_setup()
     if (home_file_exists("V_TRACE") || Trace == 1)
         Trace = 1;
     if (home_file_exists("V_LOG") || Trace == 2) {
-        trace_fp = open_tmp_file("V_LOG", "w");
+        trace_fp = open_tmp_file("trace file", "V_LOG", TmpOpen::Truncate);
         Trace = 2;
     }
     if (home_file_exists("V_LOG3") || Trace == 3) {
         if (trace_fp)
             fclose(trace_fp);
-        trace_fp = open_tmp_file("V_LOG3", "w");
+        trace_fp = open_tmp_file("trace file", "V_LOG3", TmpOpen::Truncate);
         Trace = 3;
     }
 }
@@ -151,8 +163,11 @@ void V_DEBUG(const char *fmt, ...)
         }
         return;
     }
-    if (!debug_fp)
-        debug_fp = open_tmp_file("V_DEBUG", "a");
+    if (!debug_fp && !debug_refused) {
+        debug_fp = open_tmp_file("debug file", "V_DEBUG", TmpOpen::Append);
+        // a refused name is reported once, not on every line
+        debug_refused = !debug_fp && V_tmp_refused(errno);
+    }
     if (!debug_fp)
         return;
     PrintTM(debug_fp);

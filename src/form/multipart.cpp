@@ -7,9 +7,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <unistd.h>
 
 #include "driver/diagnostics.h"
+#include "form/tmp_files.h"
 #include "form/url_codec.h"
 #include "form/urlencoded.h"
 
@@ -27,6 +29,16 @@ struct Input {
 };
 
 static Input in;
+
+namespace {
+
+struct CloseFile {
+    void operator()(FILE *f) const { fclose(f); }
+};
+using File = std::unique_ptr<FILE, CloseFile>;
+
+} // namespace
+
 static char message[512];
 
 static int broken()
@@ -199,10 +211,11 @@ static int read_upload(entry *e, int index, const char *line, const char *tmp,
     int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
     FILE *out = fd < 0 ? nullptr : fdopen(fd, "wb");
     if (!out) {
+        int err = errno;
         if (fd >= 0)
             close(fd);
         char why[sizeof path + 64];
-        snprintf(why, sizeof why, "%s (%s)", path, strerror(errno));
+        snprintf(why, sizeof why, "%s (%s)", path, strerror(err));
         return fail("Cannot create upload file: %s", why);
     }
     e->val = copy_string(path);
@@ -215,14 +228,20 @@ static int read_upload(entry *e, int index, const char *line, const char *tmp,
     return 0;
 }
 
-// With tracing on the raw body is kept in post.input for diagnosis.
+// With tracing on the raw body is kept in post.input for diagnosis and read
+// back from there. Null when no copy can be made: the body is then read from
+// standard input as it comes, and a refused name is reported in the log.
 static FILE *traced_input(const char *tmp)
 {
     char path[4096];
-    snprintf(path, sizeof path, "%s/post.input", tmp);
-    FILE *copy = fopen(path, "w+");
-    if (!copy)
-        return stdin;
+    if (snprintf(path, sizeof path, "%s/post.input", tmp) >= (int)sizeof path)
+        return nullptr;
+    FILE *copy = V_open_tmp(path, TmpOpen::Truncate);
+    if (!copy) {
+        if (V_tmp_refused(errno))
+            V_tmp_report("trace copy", path, errno);
+        return nullptr;
+    }
     char block[500];
     size_t n;
     while ((n = fread(block, 1, sizeof block, stdin)) > 0)
@@ -231,11 +250,11 @@ static FILE *traced_input(const char *tmp)
     return copy;
 }
 
-static FILE *work_file(const char *tmp)
+// The work file of field values, unlinked as soon as it is open so that it
+// is gone when the process ends. Null with errno set when it cannot be had.
+static FILE *work_file(const char *path)
 {
-    char path[4096];
-    snprintf(path, sizeof path, "%s/post.buff.%d", tmp, (int)getpid());
-    FILE *work = fopen(path, "w+");
+    FILE *work = V_open_tmp(path, TmpOpen::Truncate);
     if (work)
         unlink(path);
     return work;
@@ -247,7 +266,8 @@ int E_POST_parser(entry *ent)
     const char *tmp = getenv("TMP_DIR");
     if (!tmp || !*tmp)
         tmp = "/tmp";
-    in.f = Trace ? traced_input(tmp) : stdin;
+    File copy(Trace ? traced_input(tmp) : nullptr);
+    in.f = copy ? copy.get() : stdin;
     in.pos = in.len = 0;
     in.eof = false;
 
@@ -257,9 +277,15 @@ int E_POST_parser(entry *ent)
     int seplen = snprintf(sep, sizeof sep, "\r\n%s", boundary);
     V_TRACE("SEP: %s \nSIZE: %d\n", boundary, seplen);
 
-    FILE *work = work_file(tmp);
-    if (!work)
+    char path[4096];
+    if (snprintf(path, sizeof path, "%s/post.buff.%d", tmp, (int)getpid()) >= (int)sizeof path)
         return fail("Cannot create work file in %s", tmp);
+    File work(work_file(path));
+    if (!work) {
+        char why[sizeof path + 64];
+        snprintf(why, sizeof why, "%s (%s)", path, V_tmp_reason(errno));
+        return fail("Cannot create work file %s", why);
+    }
 
     int x = 0;
     char line[LINE_MAX_BYTES];
@@ -273,7 +299,7 @@ int E_POST_parser(entry *ent)
         ent[x].val = nullptr;
         V_TRACE("NAME: %s \n", name);
         int r = strstr(line, "filename=\"") ? read_upload(&ent[x], x, line, tmp, sep, seplen)
-                                           : read_field(&ent[x], sep, seplen, work);
+                                           : read_field(&ent[x], sep, seplen, work.get());
         x++;
         if (r != 0) {
             ent[x].name = ent[x].val = nullptr;
