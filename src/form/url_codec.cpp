@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "form/urlencoded.h"
 
@@ -121,24 +122,59 @@ int getline(char *s, int n, FILE *f) {
     return feof(f) ? 1 : 0;
 }
 
-// A backslash goes before every shell metacharacter. The grown text stops
-// at size - 1 bytes; a pair that does not fit whole is left out, so a cut
-// never leaves a lone backslash escaping whatever follows on the command.
+namespace {
+
+// Bytes that mean something to the shell somewhere in a word: operators,
+// quotes, globs, expansions, and the word-start specials (# comment, ~ home,
+// = assignment, ! negation, % job names). A backslash makes each an
+// ordinary character.
+constexpr char SHELL_SPECIAL[] = "&;`'\"|*?~<>^()[]{}$\\#=!%";
+constexpr char SHELL_QUOTE = '\'';
+constexpr unsigned char FIRST_PRINTABLE = 0x20;   // the blank
+constexpr unsigned char DELETE = 0x7f;
+
+// Bytes a backslash cannot carry: a backslash before a line feed joins two
+// lines and drops both, and in a multibyte locale a shell may take a byte
+// above 127 and the backslash after it for one character. Inside single
+// quotes every byte but the quote itself stands for itself.
+bool needs_quotes(unsigned char c) {
+    return c < FIRST_PRINTABLE || c >= DELETE;
+}
+
+}  // namespace
+
+// Makes the text one shell word per blank-separated part, whatever its
+// bytes: a blank stays a word separator, as pages have always used it; a
+// special character gets a backslash; control bytes and bytes above 127 go
+// inside single quotes, a run of them in one pair ('<LF>' is a newline kept
+// inside the word). The grown text stops at size - 1 bytes; a unit that
+// does not fit whole (a backslash pair, a quoted byte with its closing
+// quote) is left out, so a cut never leaves a lone backslash or an open
+// quote to act on whatever follows on the command.
 void escape_shell_cmd(char *cmd, int size) {
-    static const char special[] = "&;`'\"|*?~<>^()[]{}$\\";
     if (size <= 0) return;
-    int len = (int)strlen(cmd);
-    char *out = (char *)malloc(size);
+    std::unique_ptr<char[]> out(new char[size]);
+    const int room = size - 1;
     int o = 0;
-    for (int i = 0; i < len; i++) {
-        int need = strchr(special, cmd[i]) ? 2 : 1;
-        if (o + need > size - 1) break;
-        if (need == 2) out[o++] = '\\';
-        out[o++] = cmd[i];
+    bool quoted = false;
+    for (const char *p = cmd; *p; p++) {
+        unsigned char c = (unsigned char)*p;
+        bool quote = needs_quotes(c);
+        bool backslash = !quote && strchr(SHELL_SPECIAL, c);
+        // A quoted byte keeps room for the closing quote; the first one
+        // also opens the pair, the first bare byte after it closes it.
+        int need = 1 + (backslash ? 1 : 0);
+        if (quote) need += quoted ? 1 : 2;
+        else if (quoted) need += 1;
+        if (o + need > room) break;
+        if (quote != quoted) out[o++] = SHELL_QUOTE;
+        quoted = quote;
+        if (backslash) out[o++] = '\\';
+        out[o++] = (char)c;
     }
+    if (quoted) out[o++] = SHELL_QUOTE;
     out[o] = '\0';
-    memcpy(cmd, out, o + 1);
-    free(out);
+    memcpy(cmd, out.get(), o + 1);
 }
 
 void strip_name(char *name) {

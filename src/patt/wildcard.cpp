@@ -1,9 +1,13 @@
 // Wildcard patterns: compiling a pattern text into a node list, matching
 // whole strings against it, and the collation ranks that order set ranges.
+// Matching fills a table over element and text position rather than
+// backtracking, so its time is bounded by pattern size x text size.
 #include "patt/wildcard.h"
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 // Printable ASCII in code order without the underscore, then the Russian
 // lower-case and upper-case letters of KOI8-R in alphabetical order. The
@@ -149,7 +153,7 @@ static bool in_range(unsigned char c, unsigned char lo, unsigned char hi) {
     return vp_SYMcmp(cs, los, 1) >= 0 && vp_SYMcmp(cs, his, 1) <= 0;
 }
 
-int kor_ORpatt(PATTnode *p, int c) {
+int kor_ORpatt(const PATTnode *p, int c) {
     c &= 0xFF;
     while (p) {
         switch (p->type) {
@@ -178,47 +182,71 @@ int kor_ORpatt(PATTnode *p, int c) {
     return -1;
 }
 
-// -2 is a stronger "no match": the list fails on this tail and on every
-// shorter tail of the same string. A "*" whose rest fails on all tails
-// reports it, so that the "*"s before it stop trying later positions
-// (they could only reach it further on). Without this a pattern with many
-// "*" takes exponential time on a long subject.
-static const int NO_MATCH_FURTHER = -2;
+namespace {
 
-static int exec_tail(PATTnode *node, const char *s, int n) {
-    int p = 0;
-    while (node) {
-        if (node->type == PATT_ANY_RUN) {
-            if (p >= n && !node->next) return 0;
-            if (p > n) return -1;
-            for (int q = p; q <= n; q++) {
-                int r = exec_tail(node->next, s + q, n - q);
-                if (r == 0) return 0;
-                if (r == NO_MATCH_FURTHER) break;
-            }
-            return NO_MATCH_FURTHER;
-        }
-        if (node->type == PATT_NOWHERE) {
-            if (p >= n && !node->next) return 0;
-            if (p > n) return 0;
-            for (int q = p; q <= n; q++) {
-                int r = exec_tail(node->next, s + q, n - q);
-                if (r == 0) return -1;
-                if (r == NO_MATCH_FURTHER) break;
-            }
-            return 0;
-        }
-        if (p >= n) return -1;
-        if (kor_ORpatt(node, (unsigned char)s[p]) != 0) return -1;
-        if (!node->next) return p == n - 1 ? 0 : -1;
-        node = node->next;
-        p++;
-    }
-    return 0;   // an empty list matches every string
+// Matching fills a table over (pattern element, text position) instead of
+// backtracking: a "*" or "!" asks whether the rest of the pattern matches
+// some tail from here on, and trying every tail anew for each of them made
+// a pattern like "*!!!!!!a" take exponential time. The table is built from
+// the last element to the first, one row at a time: row[p] says whether
+// the pattern from this element on matches the text from position p. Time
+// is elements x positions; memory is one row and the element list.
+
+bool consumes(const PATTnode *node) {
+    return node->type != PATT_ANY_RUN && node->type != PATT_NOWHERE;
 }
+
+// Turns row (len + 1 flags over text t) from the row of the element after
+// node into the row of node itself; last says node has no element after it.
+void fold_row(const PATTnode *node, bool last, const char *t, int len, unsigned char *row) {
+    if (consumes(node)) {
+        // One character here, then the rest right after it; after the last
+        // element nothing may be left of the text.
+        for (int p = 0; p < len; p++) {
+            bool rest = last ? p == len - 1 : row[p + 1] != 0;
+            row[p] = rest && kor_ORpatt(node, (unsigned char)t[p]) == 0;
+        }
+        row[len] = 0;
+        return;
+    }
+    if (last) {
+        // A trailing "*" takes any tail; a trailing "!" only the empty one.
+        for (int p = 0; p < len; p++) row[p] = node->type == PATT_ANY_RUN;
+        row[len] = 1;
+        return;
+    }
+    // Whether the rest matches some tail from p on: "*" needs one, "!" none.
+    bool further = false;
+    for (int p = len; p >= 0; p--) {
+        further = further || row[p];
+        row[p] = node->type == PATT_ANY_RUN ? further : !further;
+    }
+}
+
+// Matches the list from first (a "*" or "!") against the len bytes of t.
+int match_table(const PATTnode *first, const char *t, int len) {
+    size_t count = 0;
+    for (const PATTnode *n = first; n; n = n->next) count++;
+    std::unique_ptr<const PATTnode *[]> nodes(new const PATTnode *[count]);
+    size_t i = 0;
+    for (const PATTnode *n = first; n; n = n->next) nodes[i++] = n;
+    std::unique_ptr<unsigned char[]> row(new unsigned char[(size_t)len + 1]);
+    for (i = count; i-- > 0;) fold_row(nodes[i], i == count - 1, t, len, row.get());
+    return row[0] ? 0 : -1;
+}
+
+}  // namespace
 
 int kor_EXEpatt(PATTnode *p, const char *s) {
     if (!s) s = "";
-    int n = (int)strnlen(s, 0x7FFFFFFF);
-    return exec_tail(p, s, n) == 0 ? 0 : -1;
+    int n = (int)strnlen(s, INT_MAX);
+    // The elements before the first "*" or "!" take one character each and
+    // need no table; most patterns end or fail here.
+    int pos = 0;
+    for (; p && consumes(p); p = p->next, pos++) {
+        if (pos >= n || kor_ORpatt(p, (unsigned char)s[pos]) != 0) return -1;
+        if (!p->next) return pos == n - 1 ? 0 : -1;
+    }
+    if (!p) return 0;   // an empty list matches every string
+    return match_table(p, s + pos, n - pos);
 }

@@ -27,6 +27,6 @@ extern const unsigned char SYMalphabet[PATT_ALPHABET_LEN + 1];
 
 PATTnode *kor_LOADpatt(const char *patt);
 int kor_EXEpatt(PATTnode *p, const char *s);
-int kor_ORpatt(PATTnode *p, int c);
+int kor_ORpatt(const PATTnode *p, int c);
 int kor_FREEpatt(PATTnode *p);
 int vp_SYMcmp(const char *a, const char *b, int n);

@@ -449,7 +449,13 @@ void row_inplace(int kind, const char *rest, V_sink &out) {
     auto value = work_buf(V_LINE_MAX);
     value_of(rest, value.get());
     char *v = value.get();
-    if (kind == IN_SH) escape_shell_cmd(v, V_LINE_MAX);
+    if (kind == IN_SH) {
+        // Under cut: the escape cuts its own text to the limit, whole pairs
+        // and quoted runs only; cutting after it could leave a lone
+        // backslash or an open quote on the command line.
+        int limit = V_len > 0 && V_len < V_LINE_MAX ? V_len + 1 : V_LINE_MAX;
+        escape_shell_cmd(v, limit);
+    }
     if (kind == IN_URL2TXT) unescape_url(v);
     if (kind == IN_TRIM) trim_buff(v);
     if (kind == IN_LOWER)

@@ -125,16 +125,25 @@ TEST(UrlCodec, LinesDropCarriageReturnsAndStopAtTheSize) {
 }
 
 TEST(UrlCodec, ShellEscapeIsBounded) {
-    char cmd[128] = "ls & rm -rf ~/x; echo $(id) `w` 'q' \"d\" a|b *?<>^[]{}\\";
+    char cmd[128] = "ls & rm -rf ~/x; echo $(id) `w` 'q' \"d\" a|b *?<>^[]{}\\ #=!%";
     escape_shell_cmd(cmd, sizeof cmd);
     EXPECT_STREQ(cmd, "ls \\& rm -rf \\~/x\\; echo \\$\\(id\\) \\`w\\` \\'q\\' \\\"d\\\" "
-                      "a\\|b \\*\\?\\<\\>\\^\\[\\]\\{\\}\\\\");
-    char small[8] = "ab;;;;";
-    escape_shell_cmd(small, sizeof small);
-    EXPECT_STREQ(small, "ab\\;\\;");   // the next pair would not fit
-    char plain[8] = "abcdefg";
-    escape_shell_cmd(plain, 5);
-    EXPECT_STREQ(plain, "abcd");
+                      "a\\|b \\*\\?\\<\\>\\^\\[\\]\\{\\}\\\\ \\#\\=\\!\\%");
+    // Control bytes and bytes above 127 go in quotes, a run in one pair.
+    char quoted[32] = "a\n\tb\r\xe9\x7f c";
+    escape_shell_cmd(quoted, sizeof quoted);
+    EXPECT_STREQ(quoted, "a'\n\t'b'\r\xe9\x7f' c");
+
+    // Every cut ends after a whole unit: no lone backslash, no open quote.
+    const std::string units[] = {"", "a", "a\\;", "a\\;'\n'", "a\\;'\n\xe9'", "a\\;'\n\xe9'b"};
+    for (int size = 1; size <= 12; size++) {
+        char text[16] = "a;\n\xe9" "b";
+        escape_shell_cmd(text, size);
+        std::string longest;
+        for (const std::string &u : units)
+            if ((int)u.size() < size) longest = u;
+        EXPECT_EQ(text, longest) << size;
+    }
 }
 
 TEST(UrlCodec, StripNameKeepsTheFileName) {
