@@ -79,8 +79,8 @@ int lookup(const char *name)
     return reinterpret_cast<V_CMD *>(found)->code;
 }
 
-// The command word between "<@" and ">", or false when there is none that
-// could be a keyword.
+// The command word between "<@" and ">" (into name, NAME_SIZE bytes), or
+// false when there is none that could be a keyword.
 bool command_name(const char *buff, char *name)
 {
     const char *p = buff + 2;
@@ -146,6 +146,32 @@ int V_search_command(const char *name)
     if (!name)
         return -1;
     return lookup(name);
+}
+
+// The commands whose handlers receive the file are those that read a block
+// of it; the rest of the decision follows V_command and the block runners.
+V_ROLE V_line_role(const char *line)
+{
+    if (!line || strncmp(line, "<@", 2) != 0)
+        return ROLE_TEXT;
+    char name[NAME_SIZE];
+    int code = command_name(line, name) ? lookup(name) : -1;
+    switch (code) {
+    case CMD_FILE:
+    case CMD_XFILE:
+    case CMD_WHILE:
+    case CMD_FUNCTION:
+    case CMD_SQL: return ROLE_BLOCK;
+    case CMD_IF: return ROLE_IF;
+    case CMD_ELIF: return ROLE_ELIF;
+    case CMD_BLOCK_END: return strcmp(name, "end") == 0 ? ROLE_END : ROLE_LOOP;
+    default: break;
+    }
+    if (code > 0)
+        return ROLE_LINE;
+    if (V_is_else(line))
+        return ROLE_ELSE;
+    return V_is_assignment(line) ? ROLE_LINE : ROLE_UNKNOWN;
 }
 
 int V_command(V_FILE *fp, char *buff, int *compile, int ignore)

@@ -35,3 +35,18 @@ extern const cmd_t v_CMD[V_CMD_COUNT];
 
 int V_command(V_FILE *fp, char *buff, int *compile, int ignore);
 int V_search_command(const char *name);
+
+// The part a command line (as cut_cmd leaves it) plays in the block
+// structure of its file, as the dispatcher and the block runners take it.
+enum V_ROLE {
+    ROLE_TEXT,      // no command line: written as text
+    ROLE_UNKNOWN,   // begins with "<@" but nothing takes it: written as text
+    ROLE_LINE,      // a command or an assignment that ends with its line
+    ROLE_BLOCK,     // opens a block that runs to its own <@end>
+    ROLE_IF,        // <@if>: a block, unless V_if_inline finds a command
+    ROLE_ELIF,      // <@elif>: a branch of the <@if> around it
+    ROLE_ELSE,      // <@else>: the last branch of the <@if> around it
+    ROLE_END,       // <@end>
+    ROLE_LOOP,      // <@continue> and <@break>
+};
+V_ROLE V_line_role(const char *line);
