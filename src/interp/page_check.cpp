@@ -33,6 +33,8 @@ namespace {
 
 constexpr int MAX_LEVEL = 10;     // includes followed below the page: 11 files, as V_printfile runs
 constexpr int TAG_SHOWN = 40;     // characters of a tag quoted in a finding
+const char TAG_CUT[] = "...";     // marks a quoted tag that was cut
+constexpr int TAG_SIZE = TAG_SHOWN + sizeof TAG_CUT;
 constexpr long FILE_MAX = INT_MAX - 32;   // the largest file V_printfile loads
 
 const char CHECK_FLAG[] = "--check";
@@ -47,7 +49,7 @@ using File = std::unique_ptr<FILE, CloseFile>;
 struct Open {
     V_ROLE role;   // ROLE_IF, or ROLE_BLOCK for every other block
     int line;
-    char tag[TAG_SHOWN + 4];
+    char tag[TAG_SIZE];
     bool else_seen;
 };
 
@@ -108,19 +110,19 @@ void report(Scan &s) {
 }
 
 // The tag at the start of a command text, through its '>', cut at
-// TAG_SHOWN characters ("..." marks the cut).
-void tag_of(const char *text, char (&tag)[TAG_SHOWN + 4]) {
+// TAG_SHOWN characters.
+void tag_of(const char *text, char (&tag)[TAG_SIZE]) {
     const char *gt = strchr(text, '>');
     size_t n = gt ? (size_t)(gt - text) + 1 : strlen(text);
     bool cut = n > (size_t)TAG_SHOWN;
     if (cut) n = TAG_SHOWN;
     memcpy(tag, text, n);
     tag[n] = '\0';
-    if (cut) strcat(tag, "...");
+    if (cut) memcpy(tag + n, TAG_CUT, sizeof TAG_CUT);
 }
 
 void unknown(Scan &s, const char *text) {
-    char tag[TAG_SHOWN + 4];
+    char tag[TAG_SIZE];
     tag_of(text, tag);
     finding(s, s.line, "unknown command %s", tag);
 }
@@ -199,7 +201,7 @@ bool in_if(const Scan &s) { return !s.open.empty() && s.open.back().role == ROLE
 // Judges one command line (as V_cut_line leaves it) against the blocks
 // open before it.
 void judge(Scan &s, const char *text) {
-    char tag[TAG_SHOWN + 4];
+    char tag[TAG_SIZE];
     switch (V_line_role(text)) {
     case ROLE_TEXT: return;
     case ROLE_LINE: return command(s, text);

@@ -13,6 +13,7 @@ constexpr int UNIT_MAX = 8;   // the longest unit ("\u2028", "&quot;") and a NUL
 // The separators U+2028 and U+2029 in UTF-8: E2 80 A8 and E2 80 A9. Older
 // script engines take either as a line end, which a string may not hold.
 constexpr unsigned char SEP_LEAD = 0xE2, SEP_MID = 0x80, LINE_SEP = 0xA8, PARA_SEP = 0xA9;
+constexpr size_t SEP_LEN = 3;
 
 // A bounded output that takes whole units until the first one that does
 // not fit, and stays NUL-terminated throughout.
@@ -72,7 +73,7 @@ std::string_view js_escape(unsigned char c, char (&num)[UNIT_MAX]) {
 
 // The length of a line or paragraph separator at text[i], or 0.
 size_t separator_at(std::string_view text, size_t i, std::string_view *escape) {
-    if (text.size() - i < 3) return 0;
+    if (text.size() - i < SEP_LEN) return 0;
     if (static_cast<unsigned char>(text[i]) != SEP_LEAD ||
         static_cast<unsigned char>(text[i + 1]) != SEP_MID)
         return 0;
@@ -80,7 +81,7 @@ size_t separator_at(std::string_view text, size_t i, std::string_view *escape) {
     if (last == LINE_SEP) *escape = "\\u2028";
     else if (last == PARA_SEP) *escape = "\\u2029";
     else return 0;
-    return 3;
+    return SEP_LEN;
 }
 
 }  // namespace
