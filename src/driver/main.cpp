@@ -1,8 +1,12 @@
 // The program's entry: one process serves one request, from a web server
-// as a CGI program or from a shell with a page and variable assignments.
+// as a CGI program or from a shell with a page and variable assignments;
+// from a shell, `--check PAGE...` checks pages without running them.
 #include "driver/request.h"
+#include "interp/page_check.h"
 
 int main(int argc, char **argv)
 {
+    if (V_check_wanted(argc, argv))
+        return V_check_pages(argc - 2, argv + 2);
     return V_main(argc, argv);
 }

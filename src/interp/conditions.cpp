@@ -335,11 +335,23 @@ static int eval_condition(char *buff, int taglen, int compile) {
     return neg ? !holds : holds;
 }
 
-// Locates an inline command: the search starts one character after the tag,
-// so "<@if><@x>" is no one-line form.
-static char *find_inline(char *buff, int taglen) {
-    if (strnlen(buff, taglen + 1) < (size_t)taglen + 1) return nullptr;
-    return strstr(buff + taglen + 1, "<@");
+static const char IF_TAG[] = "<@if>";
+static const char ELIF_TAG[] = "<@elif>";
+static const char ELSE_TAG[] = "<@else>";
+
+// The length of the tag of an <@if> or <@elif> line, or 0 for any other line.
+static int condition_tag(const char *line) {
+    if (starts(line, IF_TAG)) return (int)sizeof IF_TAG - 1;
+    if (starts(line, ELIF_TAG)) return (int)sizeof ELIF_TAG - 1;
+    return 0;
+}
+
+// Where the inline command of a condition line starts, or -1: the search
+// starts one character after the tag, so "<@if><@x>" is no one-line form.
+static long inline_at(const char *buff, int taglen) {
+    if (strnlen(buff, taglen + 1) < (size_t)taglen + 1) return -1;
+    const char *p = strstr(buff + taglen + 1, "<@");
+    return p ? p - buff : -1;
 }
 
 // The two line buffers of one construct, one pair per nesting level and
@@ -360,7 +372,8 @@ static IfBuffers *if_buffers(int depth) {
 // has one. Returns 1 when the lines that follow are the construct's block,
 // with *cond its branch flag; 0 when the inline command has dealt with it.
 static int if_head(V_FILE *fp, char *buff, int taglen, int *compile, char *cmd, int *cond) {
-    char *inl = find_inline(buff, taglen);
+    long at = inline_at(buff, taglen);
+    char *inl = at < 0 ? nullptr : buff + at;
     cmd[0] = 0;
     if (inl) {
         snprintf(cmd, V_LINE_MAX, "%s", inl);
@@ -392,13 +405,13 @@ static int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
         if (V_fgets(line, V_LINE_MAX, fp) <= 0) return 0;
         if (Continue) branch = 0;
         cut_cmd(fp, line);
-        if (starts(line, "<@elif>")) {
+        if (starts(line, ELIF_TAG)) {
             if (Continue || taken) {
                 V_notfound(fp, compile, 1);
                 return 0;
             }
             V_TRACE("V_if: {%s} compile: %d ignore: %d \n", line, compile, 0);
-            if (!if_head(fp, line, 7, &compile, b->cmd, &cond)) return 0;
+            if (!if_head(fp, line, (int)sizeof ELIF_TAG - 1, &compile, b->cmd, &cond)) return 0;
             taken = branch = cond;
             continue;
         }
@@ -418,7 +431,7 @@ static int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
             V_TRACE("V_if: [break] ==> Continue= %d \n", Continue);
             continue;
         }
-        if (starts(line, "<@else>")) {
+        if (V_is_else(line)) {
             if (!Continue && !taken) {
                 V_DEBUG("<@else> \n");
                 V_notfound(fp, compile, 0);
@@ -432,16 +445,14 @@ static int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
 }
 
 int V_if(V_FILE *fp, char *buff, int compile, int ignore) {
-    int taglen;
-    if (starts(buff, "<@if>")) taglen = 5;
-    else if (starts(buff, "<@elif>")) taglen = 7;
-    else return -1;
+    int taglen = condition_tag(buff);
+    if (!taglen) return -1;
     V_TRACE("V_if: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
 
     if (ignore) {
         // A skipped construct still consumes its lines, so that nesting
         // stays balanced; a one-line form and an elif own no lines.
-        if (taglen == 5 && !find_inline(buff, taglen)) V_notfound(fp, compile, 1);
+        if (starts(buff, IF_TAG) && inline_at(buff, taglen) < 0) V_notfound(fp, compile, 1);
         return 0;
     }
     if (V_enter_block() < 0) return 0;
@@ -454,3 +465,12 @@ int V_if(V_FILE *fp, char *buff, int compile, int ignore) {
     V_leave_block();
     return 0;
 }
+
+const char *V_if_inline(const char *line) {
+    int taglen = condition_tag(line);
+    if (!taglen) return nullptr;
+    long at = inline_at(line, taglen);
+    return at < 0 ? nullptr : line + at;
+}
+
+bool V_is_else(const char *line) { return starts(line, ELSE_TAG); }

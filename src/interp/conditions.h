@@ -17,6 +17,12 @@ constexpr int V_PATT_CACHE = 128;
 extern pattCACHE v_pattCACHE[V_PATT_CACHE];
 
 int V_if(V_FILE *fp, char *buff, int compile, int ignore);
+// The command that follows the condition of an <@if> or <@elif> line on the
+// line itself (the one-line form), or null: for an <@if>, null means that the
+// line opens a block.
+const char *V_if_inline(const char *line);
+// True for an <@else> line, the last branch of the <@if> around it.
+bool V_is_else(const char *line);
 int V_user_cmp(const char *left, const char *op, const char *right);
 int V_user_icmp(int left, const char *op, int right);
 int V_user_fcmp(double left, const char *op, double right);

@@ -20,17 +20,17 @@
 #include "values/assignments.h"
 
 const cmd_t v_CMD[V_CMD_COUNT] = {
-    {"option", 1},    {"compile", 2},   {"html", 3},      {"sqltrap", 4},
-    {"sleep", 5},     {"usleep", 6},    {"chdir", 7},     {"sqlnames", 8},
-    {"quit", 9},      {"shell", 10},    {"set", 11},      {"add", 12},
-    {"include", 13},  {"error", 14},    {"unlink", 15},   {"clear", 16},
-    {"cookie", 17},   {"fork", 18},     {"file", 19},     {"xfile", 20},
-    {"replace", 21},  {"while", 22},    {"if", 23},       {"elif", 24},
-    {"function", 25}, {"call", 26},     {"exec", 27},     {"return", 28},
-    {"sql", 29},      {"sqlexec", 30},  {"fopen", 31},    {"popen", 32},
-    {"fclose", 33},   {"pclose", 34},   {"fgets", 35},    {"fputs", 36},
-    {"fseek", 37},    {"shmat", 38},    {"shmdt", 39},    {"end", 40},
-    {"continue", 40}, {"break", 40},    {nullptr, 0},
+    {"option", CMD_OPTION}, {"compile", CMD_COMPILE}, {"html", CMD_HTML}, {"sqltrap", CMD_SQLTRAP},
+    {"sleep", CMD_SLEEP}, {"usleep", CMD_USLEEP}, {"chdir", CMD_CHDIR}, {"sqlnames", CMD_SQLNAMES},
+    {"quit", CMD_QUIT}, {"shell", CMD_SHELL}, {"set", CMD_SET}, {"add", CMD_ADD},
+    {"include", CMD_INCLUDE}, {"error", CMD_ERROR}, {"unlink", CMD_UNLINK}, {"clear", CMD_CLEAR},
+    {"cookie", CMD_COOKIE}, {"fork", CMD_FORK}, {"file", CMD_FILE}, {"xfile", CMD_XFILE},
+    {"replace", CMD_REPLACE}, {"while", CMD_WHILE}, {"if", CMD_IF}, {"elif", CMD_ELIF},
+    {"function", CMD_FUNCTION}, {"call", CMD_CALL}, {"exec", CMD_EXEC}, {"return", CMD_RETURN},
+    {"sql", CMD_SQL}, {"sqlexec", CMD_SQLEXEC}, {"fopen", CMD_FOPEN}, {"popen", CMD_POPEN},
+    {"fclose", CMD_FCLOSE}, {"pclose", CMD_PCLOSE}, {"fgets", CMD_FGETS}, {"fputs", CMD_FPUTS},
+    {"fseek", CMD_FSEEK}, {"shmat", CMD_SHMAT}, {"shmdt", CMD_SHMDT}, {"end", CMD_BLOCK_END},
+    {"continue", CMD_BLOCK_END}, {"break", CMD_BLOCK_END}, {nullptr, 0},
 };
 
 namespace {
@@ -79,8 +79,8 @@ int lookup(const char *name)
     return reinterpret_cast<V_CMD *>(found)->code;
 }
 
-// The command word between "<@" and ">", or false when there is none that
-// could be a keyword.
+// The command word between "<@" and ">" (into name, NAME_SIZE bytes), or
+// false when there is none that could be a keyword.
 bool command_name(const char *buff, char *name)
 {
     const char *p = buff + 2;
@@ -96,45 +96,45 @@ int call_handler(int code, V_FILE *fp, char *buff, int *compile, int ignore)
 {
     int c = *compile;
     switch (code) {
-    case 1: return V_option(buff, compile, ignore);
-    case 2: return V_compile(buff, compile, ignore);
-    case 3: return V_html(buff, c, ignore);
-    case 4: return V_sqltrap(buff, c, ignore);
-    case 5: return V_sleep(buff, c, ignore);
-    case 6: return V_usleep(buff, c, ignore);
-    case 7: return V_chdir(buff, c, ignore);
-    case 8: return V_sqlnames(buff, c, ignore);
-    case 9: return V_quit(buff, c, ignore);
-    case 10: return V_shell(buff, c, ignore);
-    case 11: return V_set(buff, c, ignore);
-    case 12: return V_add(buff, c, ignore);
-    case 13: return V_include(buff, c, ignore);
-    case 14: return V_error(buff, c, ignore);
-    case 15: return V_unlink(buff, c, ignore);
-    case 16: return V_clear(buff, c, ignore);
-    case 17: return V_cookie(buff, c, ignore);
-    case 18: return V_fork(buff, c, ignore);
-    case 19: return V_File(fp, buff, c, ignore);
-    case 20: return V_xFile(fp, buff, c, ignore);
-    case 21: return V_replace(buff, c, ignore);
-    case 22: return V_while(fp, buff, c, ignore);
-    case 23:
-    case 24: return V_if(fp, buff, c, ignore);
-    case 25: return V_function(fp, buff, c, ignore);
-    case 26: return V_call(buff, c, ignore, nullptr);
-    case 27: return V_exec(buff, c, ignore);
-    case 28: return V_return(buff, c, ignore);
-    case 29: return V_sql(fp, buff, c, ignore);
-    case 30: return V_sqlexec(buff, c, ignore);
-    case 31: return V_io_fopen(buff, c, ignore);
-    case 32: return V_io_popen(buff, c, ignore);
-    case 33: return V_io_fclose(buff, c, ignore);
-    case 34: return V_io_pclose(buff, c, ignore);
-    case 35: return V_io_fgets(buff, c, ignore);
-    case 36: return V_io_fputs(buff, c, ignore);
-    case 37: return V_io_fseek(buff, c, ignore);
-    case 38: return V_shmat(buff, c, ignore);
-    case 39: return V_shmdt(buff, c, ignore);
+    case CMD_OPTION: return V_option(buff, compile, ignore);
+    case CMD_COMPILE: return V_compile(buff, compile, ignore);
+    case CMD_HTML: return V_html(buff, c, ignore);
+    case CMD_SQLTRAP: return V_sqltrap(buff, c, ignore);
+    case CMD_SLEEP: return V_sleep(buff, c, ignore);
+    case CMD_USLEEP: return V_usleep(buff, c, ignore);
+    case CMD_CHDIR: return V_chdir(buff, c, ignore);
+    case CMD_SQLNAMES: return V_sqlnames(buff, c, ignore);
+    case CMD_QUIT: return V_quit(buff, c, ignore);
+    case CMD_SHELL: return V_shell(buff, c, ignore);
+    case CMD_SET: return V_set(buff, c, ignore);
+    case CMD_ADD: return V_add(buff, c, ignore);
+    case CMD_INCLUDE: return V_include(buff, c, ignore);
+    case CMD_ERROR: return V_error(buff, c, ignore);
+    case CMD_UNLINK: return V_unlink(buff, c, ignore);
+    case CMD_CLEAR: return V_clear(buff, c, ignore);
+    case CMD_COOKIE: return V_cookie(buff, c, ignore);
+    case CMD_FORK: return V_fork(buff, c, ignore);
+    case CMD_FILE: return V_File(fp, buff, c, ignore);
+    case CMD_XFILE: return V_xFile(fp, buff, c, ignore);
+    case CMD_REPLACE: return V_replace(buff, c, ignore);
+    case CMD_WHILE: return V_while(fp, buff, c, ignore);
+    case CMD_IF:
+    case CMD_ELIF: return V_if(fp, buff, c, ignore);
+    case CMD_FUNCTION: return V_function(fp, buff, c, ignore);
+    case CMD_CALL: return V_call(buff, c, ignore, nullptr);
+    case CMD_EXEC: return V_exec(buff, c, ignore);
+    case CMD_RETURN: return V_return(buff, c, ignore);
+    case CMD_SQL: return V_sql(fp, buff, c, ignore);
+    case CMD_SQLEXEC: return V_sqlexec(buff, c, ignore);
+    case CMD_FOPEN: return V_io_fopen(buff, c, ignore);
+    case CMD_POPEN: return V_io_popen(buff, c, ignore);
+    case CMD_FCLOSE: return V_io_fclose(buff, c, ignore);
+    case CMD_PCLOSE: return V_io_pclose(buff, c, ignore);
+    case CMD_FGETS: return V_io_fgets(buff, c, ignore);
+    case CMD_FPUTS: return V_io_fputs(buff, c, ignore);
+    case CMD_FSEEK: return V_io_fseek(buff, c, ignore);
+    case CMD_SHMAT: return V_shmat(buff, c, ignore);
+    case CMD_SHMDT: return V_shmdt(buff, c, ignore);
     default: return -1;
     }
 }
@@ -146,6 +146,32 @@ int V_search_command(const char *name)
     if (!name)
         return -1;
     return lookup(name);
+}
+
+// The commands whose handlers receive the file are those that read a block
+// of it; the rest of the decision follows V_command and the block runners.
+V_ROLE V_line_role(const char *line)
+{
+    if (!line || strncmp(line, "<@", 2) != 0)
+        return ROLE_TEXT;
+    char name[NAME_SIZE];
+    int code = command_name(line, name) ? lookup(name) : -1;
+    switch (code) {
+    case CMD_FILE:
+    case CMD_XFILE:
+    case CMD_WHILE:
+    case CMD_FUNCTION:
+    case CMD_SQL: return ROLE_BLOCK;
+    case CMD_IF: return ROLE_IF;
+    case CMD_ELIF: return ROLE_ELIF;
+    case CMD_BLOCK_END: return strcmp(name, "end") == 0 ? ROLE_END : ROLE_LOOP;
+    default: break;
+    }
+    if (code > 0)
+        return ROLE_LINE;
+    if (V_is_else(line))
+        return ROLE_ELSE;
+    return V_is_assignment(line) ? ROLE_LINE : ROLE_UNKNOWN;
 }
 
 int V_command(V_FILE *fp, char *buff, int *compile, int ignore)

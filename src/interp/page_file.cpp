@@ -151,16 +151,17 @@ void blank_controls(char *s)
 }
 
 // Appends the continuation lines of a command line that ends in a backslash.
-void join_continuations(V_FILE *fp, char *buff)
+// Returns false when the next line would pass the buffer; it is left out.
+bool join_continuations(V_FILE *fp, char *buff)
 {
     int len = (int)strlen(buff);
     if (len == 0 || buff[len - 1] != '\\')
-        return;
+        return true;
     buff[--len] = 0;
     for (;;) {
         char work[CONT_SIZE];
         if (V_fgets(work, CONT_SIZE, fp) == 0)
-            return;
+            return true;
         strip_comments(fp, work, CONT_SIZE);
         blank_controls(work);
         int wlen = (int)strlen(work);
@@ -169,15 +170,32 @@ void join_continuations(V_FILE *fp, char *buff)
         bool more = wlen > 0 && work[wlen - 1] == '\\';
         if (more)
             work[wlen - 1] = ' ';
-        if (len + wlen > V_LINE_MAX - 1) {
-            ERRMSG("cut_cmd: No more memory...");
-            return;
-        }
+        if (len + wlen > V_LINE_MAX - 1)
+            return false;
         memcpy(buff + len, work, (size_t)wlen + 1);
         len += wlen;
         if (!more)
-            return;
+            return true;
     }
+}
+
+enum { CUT_TEXT, CUT_COMMAND, CUT_TOO_LONG };
+
+// The work of cut_cmd, without its traces and its error.
+int cut_line(V_FILE *fp, char *buff)
+{
+    strip_comments(fp, buff, V_LINE_MAX);
+    blank_controls(buff);
+    char *p = buff;
+    while (*p == ' ')
+        p++;
+    if (strncmp(p, "<@", 2) != 0)
+        return CUT_TEXT;
+    memmove(buff, p, strlen(p) + 1);
+    char *nl = strchr(buff, '\n');
+    if (nl)
+        *nl = 0;
+    return join_continuations(fp, buff) ? CUT_COMMAND : CUT_TOO_LONG;
 }
 
 } // namespace
@@ -214,20 +232,18 @@ int V_fgets(char *buff, int size, V_FILE *fp)
 int cut_cmd(V_FILE *fp, char *buff)
 {
     V_TRACE("cut_cmd: IN= {%s}", buff);
-    strip_comments(fp, buff, V_LINE_MAX);
-    blank_controls(buff);
-    char *p = buff;
-    while (*p == ' ')
-        p++;
-    if (strncmp(p, "<@", 2) != 0)
+    int kind = cut_line(fp, buff);
+    if (kind == CUT_TEXT)
         return 0;
-    memmove(buff, p, strlen(p) + 1);
-    char *nl = strchr(buff, '\n');
-    if (nl)
-        *nl = 0;
-    join_continuations(fp, buff);
+    if (kind == CUT_TOO_LONG)
+        ERRMSG("cut_cmd: No more memory...");
     V_TRACE("cut_cmd: OUT= {%s}", buff);
     return 0;
+}
+
+int V_cut_line(V_FILE *fp, char *buff)
+{
+    return cut_line(fp, buff) == CUT_TOO_LONG ? -1 : 0;
 }
 
 int V_printfile(const char *fname, int compile)

@@ -17,6 +17,10 @@ extern const char *DIR;  // directory of the file being run
 int V_printfile(const char *fname, int compile);
 int V_fgets(char *buff, int size, V_FILE *fp);
 int cut_cmd(V_FILE *fp, char *buff);
+// cut_cmd without the error routine, for readers that look at a page
+// without running it: -1 when a continued command line would pass
+// V_LINE_MAX - 1 bytes (the line stays as joined so far), else 0.
+int V_cut_line(V_FILE *fp, char *buff);
 int V_include(char *buff, int compile, int ignore);
 int V_trans_printfile(const char *name, int compile);
 int V_quit(char *buff, int compile, int ignore);

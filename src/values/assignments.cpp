@@ -299,8 +299,12 @@ int V_error(char *buff, int compile, int ignore) {
     return 0;
 }
 
+bool V_is_assignment(const char *line) {
+    return line && strncmp(line, "<@", 2) == 0 && has_let_op(line);
+}
+
 int V_let(char *buff, int compile, int ignore) {
-    if (strncmp(buff, "<@", 2) != 0 || !has_let_op(buff)) return -1;
+    if (!V_is_assignment(buff)) return -1;
     V_TRACE("V_let: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
     if (ignore) return 0;
     char buf[V_LINE_MAX];

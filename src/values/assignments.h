@@ -8,3 +8,6 @@ int V_clear(char *buff, int compile, int ignore);
 int V_replace(char *buff, int compile, int ignore);
 int V_error(char *buff, int compile, int ignore);
 int V_let(char *buff, int compile, int ignore);
+// True when V_let takes the line: it begins with "<@" and holds one of the
+// assignment operators anywhere, before any substitution.
+bool V_is_assignment(const char *line);

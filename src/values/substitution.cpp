@@ -27,6 +27,7 @@
 #include "sys/streams.h"
 #include "values/arguments.h"
 #include "values/dates.h"
+#include "values/escapes.h"
 #include "values/output.h"
 #include "values/variables.h"
 
@@ -163,6 +164,25 @@ void row_txt2url(const char *rest, V_sink &out) {
     value_of(rest, value.get());
     auto coded = work_buf(3 * V_LINE_MAX + 1);
     escape_url(value.get(), coded.get());
+    sink_value(out, coded.get());
+}
+
+enum { ESC_HTML, ESC_JS };
+
+// html: and js: write the value of R escaped for where it stands. The text
+// is cut before the first entity or escape that would not fit whole: in the
+// work buffer, under a cut: length, or in what is left of the caller's buffer.
+void row_escape(int kind, const char *rest, V_sink &out) {
+    auto value = work_buf(V_LINE_MAX);
+    value_of(rest, value.get());
+    int size = V_LINE_MAX;
+    if (V_len > 0 && V_len < size - 1) size = V_len + 1;
+    if (out.buf && out.size - out.pos < size) size = out.size - out.pos;
+    auto coded = work_buf(V_LINE_MAX);
+    if (kind == ESC_HTML)
+        V_escape_html(value.get(), coded.get(), size);
+    else
+        V_escape_js(value.get(), coded.get(), size);
     sink_value(out, coded.get());
 }
 
@@ -482,6 +502,8 @@ int row_modifier(const char *ref, V_sink &out) {
     if ((rest = after(ref, "call:"))) return row_call(rest, out), 0;
     if ((rest = after(ref, "txt2url:"))) return row_txt2url(rest, out), 0;
     if ((rest = after(ref, "url2txt:"))) return row_inplace(IN_URL2TXT, rest, out), 0;
+    if ((rest = after(ref, "html:"))) return row_escape(ESC_HTML, rest, out), 0;
+    if ((rest = after(ref, "js:"))) return row_escape(ESC_JS, rest, out), 0;
     if ((rest = after(ref, "trim:"))) return row_inplace(IN_TRIM, rest, out), 0;
     if ((rest = after(ref, "lower:"))) return row_inplace(IN_LOWER, rest, out), 0;
     if ((rest = after(ref, "upper:"))) return row_inplace(IN_UPPER, rest, out), 0;

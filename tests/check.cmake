@@ -1,0 +1,5 @@
+# The example site's pages and their includes pass the page check clean:
+# a finding fails the test and shows as FILE:LINE lines in its output.
+file(GLOB VORN_EXAMPLE_PAGES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/site/*.html
+     ${PROJECT_SOURCE_DIR}/examples/site/v.error)
+add_test(NAME check/example_site COMMAND vorn --check ${VORN_EXAMPLE_PAGES})
