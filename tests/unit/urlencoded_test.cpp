@@ -112,6 +112,7 @@ TEST_F(UrlencodedTest, PathInfoGivesThePageEntry) {
     expect_entry(0, "V_PAGE", "/p.html&x=1");
 
     setenv("QUERY_STRING", "", 1);   // a set query string, even empty, wins
+    clear_table();
     ASSERT_EQ(GET_parser(table, "V_PAGE"), 0);
     EXPECT_EQ(count(), 0);
 }
