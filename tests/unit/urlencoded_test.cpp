@@ -141,18 +141,7 @@ TEST_F(UrlencodedTest, PostReadsOnlyTheDeclaredLength) {
     ASSERT_EQ(count(), 2);
     expect_entry(0, "a", "1");
     expect_entry(1, "b", nullptr);
-    EXPECT_EQ(fgetc(stdin), '=');
-
-    clear_table();
-    ASSERT_EQ(post("a=1", "0"), 0);
-    EXPECT_EQ(count(), 0);
-    clear_table();
-    ASSERT_EQ(post("a=1", "-4"), 0);
-    EXPECT_EQ(count(), 0);
-    clear_table();
-    ASSERT_EQ(post("a=1", "100"), 0);   // a short body ends at its end
-    ASSERT_EQ(count(), 1);
-    expect_entry(0, "a", "1");
+    EXPECT_EQ(fgetc(stdin), '=');   // the rest is left unread
 }
 
 }  // namespace
