@@ -117,25 +117,6 @@ TEST_F(UrlencodedTest, PathInfoGivesThePageEntry) {
     EXPECT_EQ(count(), 0);
 }
 
-TEST_F(UrlencodedTest, TableKeepsAtMostOneLessThanItsSize) {
-    std::string q;
-    for (int i = 0; i < V_ENT_MAX + 1; i++) q += "f" + std::to_string(i) + "=v&";
-    setenv("REQUEST_METHOD", "GET", 1);
-    setenv("QUERY_STRING", q.c_str(), 1);
-    ASSERT_EQ(GET_parser(table, "V_PAGE"), 0);
-    EXPECT_EQ(count(), V_ENT_MAX - 1);
-    expect_entry(V_ENT_MAX - 2, "f9998", "v");
-    setenv("PATH_INFO", "/full.html", 1);
-    ASSERT_EQ(GET_path(table, "V_PAGE"), 0);   // no room: left as it is
-    EXPECT_EQ(count(), V_ENT_MAX - 1);
-
-    clear_table();
-    ASSERT_EQ(post(q), 0);
-    EXPECT_EQ(count(), V_ENT_MAX - 1);
-    expect_entry(0, "f0", "v");
-    expect_entry(V_ENT_MAX - 2, "f9998", "v");
-}
-
 TEST_F(UrlencodedTest, PostReadsOnlyTheDeclaredLength) {
     ASSERT_EQ(post("a=1&b=2", "5"), 0);
     ASSERT_EQ(count(), 2);
