@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
 # Installs what building Vorn needs; with --test also what the test suites
 # need (GoogleTest, a PostgreSQL server, a real HTTP client, a web server
-# that runs the interpreter as CGI; its tests start their own lighttpd).
+# that runs the interpreter as CGI; its tests start their own lighttpd;
+# clang and its sanitizer runtimes for the sanitizer build).
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config libsqlite3-dev libpq-dev libcrypt-dev sqlite3)
 if [ "${1:-}" = "--test" ]; then
-  packages+=(libgtest-dev python3 postgresql-15 postgresql-15-orafce curl tzdata procps lighttpd)
+  packages+=(libgtest-dev python3 postgresql-15 postgresql-15-orafce curl tzdata procps lighttpd
+            clang libclang-rt-dev)
 fi
 
 missing=()

@@ -3,6 +3,7 @@
 #include "form/multipart.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,12 +21,15 @@ constexpr int BOUNDARY_MAX = 297;
 constexpr int READ_CHUNK = 64 * 1024;
 
 // The body is read through one buffer so that the separator scan can look
-// ahead without copying a part into memory.
+// ahead without copying a part into memory. No byte past CONTENT_LENGTH is
+// ever asked for: a server need not close the input after the body, and
+// whatever follows it is not the client's form.
 struct Input {
     FILE *f;
     unsigned char buf[READ_CHUNK + LINE_MAX_BYTES];
     int pos, len;
     bool eof;
+    long left;   // bytes of the declared length not yet read
 };
 
 static Input in;
@@ -66,10 +70,14 @@ static int fill(int want)
             in.len -= in.pos;
             in.pos = 0;
         }
-        size_t n = fread(in.buf + in.len, 1, sizeof in.buf - (size_t)in.len, in.f);
+        size_t want_now = sizeof in.buf - (size_t)in.len;
+        if ((unsigned long)in.left < want_now)
+            want_now = (size_t)in.left;
+        size_t n = want_now ? fread(in.buf + in.len, 1, want_now, in.f) : 0;
         if (n == 0)
             in.eof = true;
         in.len += (int)n;
+        in.left -= (long)n;
     }
     return in.len - in.pos;
 }
@@ -228,9 +236,10 @@ static int read_upload(entry *e, int index, const char *line, const char *tmp,
     return 0;
 }
 
-// With tracing on the raw body is kept in post.input for diagnosis and read
-// back from there. Null when no copy can be made: the body is then read from
-// standard input as it comes, and a refused name is reported in the log.
+// With tracing on the raw body (up to the declared length) is kept in
+// post.input for diagnosis and read back from there. Null when no copy can be
+// made: the body is then read from standard input as it comes, and a refused
+// name is reported in the log.
 static FILE *traced_input(const char *tmp)
 {
     char path[4096];
@@ -244,8 +253,12 @@ static FILE *traced_input(const char *tmp)
     }
     char block[500];
     size_t n;
-    while ((n = fread(block, 1, sizeof block, stdin)) > 0)
+    for (long left = in.left; left > 0; left -= (long)n) {
+        n = fread(block, 1, left < (long)sizeof block ? (size_t)left : sizeof block, stdin);
+        if (n == 0)
+            break;
         fwrite(block, 1, n, copy);
+    }
     rewind(copy);
     return copy;
 }
@@ -266,6 +279,9 @@ int E_POST_parser(entry *ent)
     const char *tmp = getenv("TMP_DIR");
     if (!tmp || !*tmp)
         tmp = "/tmp";
+    // without a declared length the body runs to the end of the input
+    long declared = content_length(LONG_MAX);
+    in.left = declared < 0 ? LONG_MAX : declared;
     File copy(Trace ? traced_input(tmp) : nullptr);
     in.f = copy ? copy.get() : stdin;
     in.pos = in.len = 0;

@@ -2,6 +2,8 @@
 // request-method checks the driver chooses a decoder with.
 #include "form/urlencoded.h"
 
+#include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -82,12 +84,22 @@ int GetMethod() {
     return -1;
 }
 
+long content_length(long max) {
+    const char *text = getenv("CONTENT_LENGTH");
+    if (!text) return -1;
+    errno = 0;
+    long n = strtol(text, nullptr, 10);
+    if (n < 0) return 0;
+    return n > max || errno == ERANGE ? max : n;
+}
+
 int CheckEnctypeMethod() {
     return strcmp(GETenv("CONTENT_TYPE"), "application/x-www-form-urlencoded") ? 1 : 0;
 }
 
 // A negative CONTENT_LENGTH is taken as 0: the count would never reach 0
-// and the body would be read to its end, past the declared length.
+// and the body would be read to its end, past the declared length. One
+// beyond the count's range is cut to it, never wrapped to a small length.
 int POST_parser(entry *table) {
     if (strcmp(GETenv("REQUEST_METHOD"), "POST")) {
         POST_errmsg = "This script should be referenced with a METHOD of POST.\n";
@@ -97,9 +109,9 @@ int POST_parser(entry *table) {
         POST_errmsg = "This script can only be used to decode form results. \n";
         return -1;
     }
-    int cl = atoi(GETenv("CONTENT_LENGTH"));
+    int cl = (int)content_length(INT_MAX);
     V_TRACE("POST: CONTENT_LENGTH= %d", cl);
-    if (cl < 0) cl = 0;
+    if (cl < 0) cl = 0;   // unset
     int x = 0;
     while (cl && !feof(stdin)) {
         char *field = fmakeword(stdin, '&', &cl);

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 namespace {
 
@@ -193,13 +194,26 @@ int32_t to_int32(long double x)
     return static_cast<int32_t>(x);
 }
 
+// What the processor's division by a zero divisor gives, computed without
+// dividing: a NaN dividend comes back as it is, a zero one gives the
+// processor's default NaN (sign set, printed "-nan"), any other an infinity
+// with the sign of both operands together (1/-0.0 is -inf).
+long double divide_by_zero(long double a, long double b)
+{
+    if (std::isnan(a))
+        return a;
+    if (a == 0)
+        return std::copysign(std::numeric_limits<long double>::quiet_NaN(), -1.0L);
+    return std::signbit(a) != std::signbit(b) ? -HUGE_VALL : HUGE_VALL;
+}
+
 long double float_op(char op, long double a, long double b)
 {
     switch (op) {
     case '+': return a + b;
     case '-': return a - b;
     case '*': return a * b;
-    case '/': return a / b;  // IEEE: a zero divisor gives an infinity or NaN
+    case '/': return b == 0 ? divide_by_zero(a, b) : a / b;
     }
     int64_t ia = to_int32(a), ib = to_int32(b);
     if (op == '&')

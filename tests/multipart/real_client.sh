@@ -5,6 +5,7 @@
 set -euo pipefail
 vorn=$1
 here=$(cd "$(dirname "$0")" && pwd)
+source "$here/../sanitizer.sh"
 work=$(mktemp -d /tmp/vorn-upload-XXXXXX)
 trap 'kill $server 2>/dev/null || true; rm -rf "$work"' EXIT
 mkdir -p "$work/cap" "$work/home" "$work/site" "$work/tmp"
@@ -34,11 +35,13 @@ PAGE
 printf 'localhost:80 %s\n' "$work/site" > "$work/home/v.config"
 
 run() {   # body number -> page output without the header block
-  local n=$1
+  local n=$1 rc=0
   (cd "$work/site" && env -i PATH="$PATH" V_HOME="$work/home" TMP_DIR="$work/tmp" \
       REQUEST_METHOD=POST HTTP_HOST=localhost CONTENT_TYPE="$(cat "$work/cap/$n.type")" \
-      CONTENT_LENGTH="$(stat -c %s "$work/cap/$n.body")" \
-      "$vorn" < "$work/cap/$n.body") > "$work/out.$n" || fail "exit status $? for form $n"
+      CONTENT_LENGTH="$(stat -c %s "$work/cap/$n.body")" "${sanitizer_settings[@]}" \
+      "$vorn" < "$work/cap/$n.body") > "$work/out.$n" 2> "$work/err.$n" || rc=$?
+  sanitizer_clean "$work/err.$n" || fail "sanitizer report for form $n"
+  [ $rc -eq 0 ] || { cat "$work/err.$n"; fail "exit status $rc for form $n"; }
 }
 fail() { echo "FAIL: $*"; echo "--- output"; cat "$work/out.0" "$work/out.1" 2>/dev/null; exit 1; }
 

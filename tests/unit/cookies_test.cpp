@@ -48,3 +48,20 @@ TEST(Cookies, MegabyteHeaderIsScannedAndTheValueCut)
     unsetenv("HTTP_COOKIE");
     EXPECT_EQ(std::string(V_get_value("big")), std::string(8190, 'v') + "%");
 }
+
+// A megabyte cookie header cannot reach a page (the system refuses such an
+// environment entry when the program is started), but the process's own
+// environment may hold one.
+TEST(Cookies, MegabyteHeaderGivesValuesCutToTheLine)
+{
+    std::string jar = "a=1; big=" + std::string(1 << 20, 'x') + "; z=2";
+    setenv("HTTP_COOKIE", jar.c_str(), 1);
+    char big[] = "<@cookie> big", z[] = "<@cookie> z";
+    EXPECT_EQ(V_cookie(big, 1, 0), 0);
+    EXPECT_EQ(V_cookie(z, 1, 0), 0);
+    unsetenv("HTTP_COOKIE");
+    const char *value = V_get_value("big");
+    ASSERT_NE(value, nullptr);
+    EXPECT_EQ(std::string(value), std::string(8191, 'x'));
+    EXPECT_STREQ(V_get_value("z"), "2");
+}

@@ -97,8 +97,6 @@ TEST(ExpressionsTest, FloatModeResults)
         EXPECT_EQ(r.status, 2);
         EXPECT_FLOAT_EQ(r.f, row.result);
     }
-    EXPECT_TRUE(std::isinf(eval("1/0.0").f));
-    EXPECT_TRUE(std::isnan(eval("0/0.0").f));
     // Narrowing beyond the single-precision range gives an infinity.
     ExprResult r = eval("1000000000000000000000000000000000000000.0*-1");
     EXPECT_TRUE(std::isinf(r.f) && r.f < 0);

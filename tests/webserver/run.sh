@@ -5,6 +5,7 @@
 set -euo pipefail
 vorn=$1
 here=$(cd "$(dirname "$0")" && pwd)
+source "$here/../sanitizer.sh"
 work=$(mktemp -d /tmp/vorn-web-XXXXXX)
 server=
 trap '[ -n "$server" ] && kill "$server" 2>/dev/null && wait "$server" 2>/dev/null; rm -rf "$work"' EXIT
@@ -38,7 +39,9 @@ server.http-parseopts = ("url-ctrls-reject" => "disable")
 $user_lines
 alias.url = ("/vorn" => "$work/cgi/vorn")
 \$HTTP["url"] =~ "^/vorn" { cgi.assign = ("" => "") }
-setenv.add-environment = ("V_HOME" => "$work/home", "ASAN_OPTIONS" => "${ASAN_OPTIONS:-}")
+setenv.add-environment = ("V_HOME" => "$work/home", "ASAN_OPTIONS" => "${ASAN_OPTIONS:-}",
+                          "UBSAN_OPTIONS" => "${UBSAN_OPTIONS:-}",
+                          "LSAN_OPTIONS" => "${LSAN_OPTIONS:-}")
 CONF
 touch "$work/error.log" "$work/cgi.log"
 chmod 666 "$work/error.log" "$work/cgi.log"
@@ -128,7 +131,6 @@ get cut --data-binary "@$work/cut" -H 'Content-Type: multipart/form-data; bounda
 headers cut 200
 body cut '</table></table></table><hr><h3><pre>\n Broken Input... \n</pre></h3><hr>'
 
-if grep -E 'AddressSanitizer|runtime error' "$work/cgi.log" "$work/error.log"; then
-  fail "sanitizer report from the CGI process"
-fi
+# the interpreter's stderr goes to the breakage log
+sanitizer_clean "$work/cgi.log" || fail "sanitizer report from the CGI process"
 echo "webserver: 9 requests through lighttpd checked"
