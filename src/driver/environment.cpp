@@ -7,9 +7,11 @@
 #include "values/arguments.h"
 #include "values/variables.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -186,11 +188,11 @@ static void form_to_variables()
 
 // The globals keep their own copies, so a page that later assigns the
 // variables cannot pull the text from under them.
-static char *checked_value(const char *root, const char *name)
+static char *checked_value(const char *root, const char *name, bool pages_only)
 {
     if (!V_get_user(name))
         return nullptr;
-    V_check_name(root, name);
+    V_check_name(root, name, pages_only);
     char *value = V_get_value(name);
     return value ? keep(value) : nullptr;
 }
@@ -220,8 +222,13 @@ void V_values(const char *prog)
             V_BASE_hold);
 
     form_to_variables();
-    V_PAGE = checked_value(site_root, "V_PAGE");
-    V_ERROR = checked_value(site_root, "V_ERROR");
+    // Under GET and POST the names came from the request, and a visitor may
+    // name only pages: any other file under the root (a database, an
+    // include, an upload) would run as one. A name given on the command
+    // line is the caller's own.
+    bool from_request = GetMethod() > 0;
+    V_PAGE = checked_value(site_root, "V_PAGE", from_request);
+    V_ERROR = checked_value(site_root, "V_ERROR", from_request);
     V_default_names(site_root);
     if (!V_PAGE)
         ERRMSG("### Not found V_PAGE value...");
@@ -291,7 +298,45 @@ int V_confine_path(const char *root, const char *value, char *out, int size)
     return climbs_out(out + root_len) ? -1 : 0;
 }
 
-void V_check_name(const char *root, const char *name)
+namespace {
+
+constexpr const char *DEFAULT_PAGE_SUFFIXES = ".html .htm";
+constexpr const char *ALWAYS_PAGES[] = {"v.page", "v.error"};
+
+bool ends_with(std::string_view text, std::string_view tail)
+{
+    return text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail;
+}
+
+}  // namespace
+
+bool V_is_page_name(const char *path)
+{
+    std::string_view name = path;
+    size_t slash = name.rfind('/');
+    if (slash != std::string_view::npos)
+        name = name.substr(slash + 1);
+    for (const char *page : ALWAYS_PAGES) {
+        if (name == page)
+            return true;
+    }
+    const char *setting = getenv("VORN_PAGE_SUFFIXES");
+    std::string_view list = setting ? setting : DEFAULT_PAGE_SUFFIXES;
+    static constexpr std::string_view BLANKS = " \t";
+    while (!list.empty()) {
+        size_t start = list.find_first_not_of(BLANKS);
+        if (start == std::string_view::npos)
+            break;
+        list = list.substr(start);
+        size_t end = std::min(list.find_first_of(BLANKS), list.size());
+        if (ends_with(name, list.substr(0, end)))
+            return true;
+        list = list.substr(end);
+    }
+    return false;
+}
+
+void V_check_name(const char *root, const char *name, bool pages_only)
 {
     V_USER *user = V_get_user(name);
     if (!user || !user->var.value)
@@ -309,6 +354,12 @@ void V_check_name(const char *root, const char *name)
         return;
     }
     V_TRACE("regular_file: %s ==> OK.\n", path);
+    // The confined path, not the value: a decoded %00 has already cut the
+    // value, and only the path is what gets opened.
+    if (pages_only && !V_is_page_name(path)) {
+        ERRMSG("Invalid %s value: %s \n", name, value);
+        return;
+    }
     if (!strcmp(path, value))
         return;
 
