@@ -7,6 +7,7 @@
 #include "driver/diagnostics.h"
 #include "driver/environment.h"
 #include "form/multipart.h"
+#include "form/url_codec.h"
 #include "form/urlencoded.h"
 #include "interp/page_file.h"
 #include "values/output.h"
@@ -39,6 +40,9 @@ void V_header()
         return;
     done = 1;
     printf("\r\n\r\n<!-- %s page interpreter -->\n\n", V_BANNER);
+    // A field cut while the body was decoded is reported only here, in the
+    // page: earlier text would have broken the header block.
+    fmakeword_warning(stdout);
     fflush(stdout);
 }
 
@@ -143,6 +147,14 @@ int V_main(int argc, char **argv)
     V_TRACE("==> Vorn: started...");
 
     int method = GetMethod();
+    if (method != METHOD_OTHER) {
+        // Written before the form is decoded: a decoder failure ends in the
+        // error routine, whose V_header closes the block, and the block must
+        // already carry its Content-Type then. It stays open for the cookie
+        // lines.
+        fputs("Content-Type: text/html\r\n", stdout);
+        fflush(stdout);
+    }
     if (method == METHOD_POST)
         decode_post();
     else if (method == METHOD_GET)
@@ -150,13 +162,8 @@ int V_main(int argc, char **argv)
     else
         V_TRACE("Unknown http method");
 
-    if (method == METHOD_OTHER) {
+    if (method == METHOD_OTHER)
         shell_arguments(argc, argv);
-    } else {
-        // The header block stays open for the cookie lines.
-        fputs("Content-Type: text/html\r\n", stdout);
-        fflush(stdout);
-    }
 
     V_TRACE("\n==>  V_values(); \n");
     V_values(argc > 0 && argv[0] ? argv[0] : "Vorn");
