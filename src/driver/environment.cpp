@@ -38,6 +38,32 @@ static char site_root[ROOT_SIZE];
 static char base_name[BASE_SIZE];
 static char pid_text[PID_SIZE];
 
+namespace {
+
+constexpr const char *DEFAULT_PAGE_SUFFIXES = ".html .htm";
+constexpr const char *ALWAYS_PAGES[] = {"v.page", "v.error"};
+
+bool ends_with(std::string_view text, std::string_view tail)
+{
+    return text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail;
+}
+
+// The database login belongs to the site (v.env, v.config, the page): a
+// visitor who could send V_USER and V_PASSWD would choose the role the
+// page runs under. VORN_REQUEST_LOGIN=on lets a site take them from forms.
+bool request_login_allowed()
+{
+    const char *setting = getenv("VORN_REQUEST_LOGIN");
+    return setting && !strcmp(setting, "on");
+}
+
+bool is_login_name(const char *name)
+{
+    return !strcmp(name, "V_USER") || !strcmp(name, "V_PASSWD");
+}
+
+}  // namespace
+
 static int env_store(const char *setting)
 {
     int len = (int)strlen(setting);
@@ -180,9 +206,15 @@ static void put_fixed_values(const char *prog)
 
 static void form_to_variables()
 {
+    bool login_allowed = request_login_allowed();
     for (int i = 0; i < V_ENT_MAX && ent[i].name; i++) {
-        if (ent[i].val && ent[i].val[0])
-            V_add_value(ent[i].name, ent[i].val);
+        if (!ent[i].val || !ent[i].val[0])
+            continue;
+        if (!login_allowed && is_login_name(ent[i].name)) {
+            V_TRACE("V_values: request value of %s dropped\n", ent[i].name);
+            continue;
+        }
+        V_add_value(ent[i].name, ent[i].val);
     }
 }
 
@@ -297,18 +329,6 @@ int V_confine_path(const char *root, const char *value, char *out, int size)
         return -1;
     return climbs_out(out + root_len) ? -1 : 0;
 }
-
-namespace {
-
-constexpr const char *DEFAULT_PAGE_SUFFIXES = ".html .htm";
-constexpr const char *ALWAYS_PAGES[] = {"v.page", "v.error"};
-
-bool ends_with(std::string_view text, std::string_view tail)
-{
-    return text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail;
-}
-
-}  // namespace
 
 bool V_is_page_name(const char *path)
 {
