@@ -134,6 +134,11 @@ static void load_env_file()
 
 void V_env()
 {
+    // A "Proxy:" request header reaches a CGI program as HTTP_PROXY, where
+    // it would send the requests of every command a page starts through the
+    // visitor's proxy. It goes before v.env, which may set the site's own.
+    if (getenv("REQUEST_METHOD"))
+        unsetenv("HTTP_PROXY");
     // V_HOME is settled before v.env, which therefore cannot move it.
     find_home();
     load_env_file();
