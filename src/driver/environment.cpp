@@ -48,21 +48,26 @@ bool ends_with(std::string_view text, std::string_view tail)
     return text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail;
 }
 
+}  // namespace
+
+bool V_serving_request()
+{
+    return getenv("REQUEST_METHOD") != nullptr;
+}
+
 // The database login belongs to the site (v.env, v.config, the page): a
 // visitor who could send V_USER and V_PASSWD would choose the role the
 // page runs under. VORN_REQUEST_LOGIN=on lets a site take them from forms.
-bool request_login_allowed()
+bool V_request_may_set(const char *name)
 {
+    if (strcmp(name, "V_USER") && strcmp(name, "V_PASSWD"))
+        return true;
     const char *setting = getenv("VORN_REQUEST_LOGIN");
-    return setting && !strcmp(setting, "on");
+    if (setting && !strcmp(setting, "on"))
+        return true;
+    V_TRACE("V_values: request value of %s dropped\n", name);
+    return false;
 }
-
-bool is_login_name(const char *name)
-{
-    return !strcmp(name, "V_USER") || !strcmp(name, "V_PASSWD");
-}
-
-}  // namespace
 
 static int env_store(const char *setting)
 {
@@ -211,15 +216,9 @@ static void put_fixed_values(const char *prog)
 
 static void form_to_variables()
 {
-    bool login_allowed = request_login_allowed();
     for (int i = 0; i < V_ENT_MAX && ent[i].name; i++) {
-        if (!ent[i].val || !ent[i].val[0])
-            continue;
-        if (!login_allowed && is_login_name(ent[i].name)) {
-            V_TRACE("V_values: request value of %s dropped\n", ent[i].name);
-            continue;
-        }
-        V_add_value(ent[i].name, ent[i].val);
+        if (ent[i].val && ent[i].val[0] && V_request_may_set(ent[i].name))
+            V_add_value(ent[i].name, ent[i].val);
     }
 }
 
@@ -259,11 +258,10 @@ void V_values(const char *prog)
             V_BASE_hold);
 
     form_to_variables();
-    // Under GET and POST the names came from the request, and a visitor may
-    // name only pages: any other file under the root (a database, an
-    // include, an upload) would run as one. A name given on the command
-    // line is the caller's own.
-    bool from_request = GetMethod() > 0;
+    // Under a web server the names came from the visitor, who may name only
+    // pages: any other file under the root (a database, an include, an
+    // upload) would run as one. A name given at a shell is the caller's own.
+    bool from_request = V_serving_request();
     V_PAGE = checked_value(site_root, "V_PAGE", from_request);
     V_ERROR = checked_value(site_root, "V_ERROR", from_request);
     V_default_names(site_root);

@@ -20,6 +20,13 @@ void V_check_name(const char *root, const char *name, bool pages_only = false);
 // the setting is unset).
 bool V_is_page_name(const char *path);
 void V_default_names(const char *root);
+// True under a web server (REQUEST_METHOD set, whatever the method): then
+// the form and also the arguments of a method run as from a shell (some
+// servers make them from the query string) come from the visitor.
+bool V_serving_request();
+// False, with a trace line, for a name a visitor may not set: V_USER and
+// V_PASSWD unless the site sets VORN_REQUEST_LOGIN=on.
+bool V_request_may_set(const char *name);
 
 // Joins value onto root unless it already lies under it, collapses "//"
 // and "/./", and refuses a path that climbs out of root. 0 with the path

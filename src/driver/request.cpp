@@ -70,9 +70,12 @@ static void decode_get()
 }
 
 // The command line takes the place of the form: "-Var Value" pairs, "-V"
-// for the banner, and the first existing file as the page.
+// for the banner, and the first existing file as the page. Under a web
+// server (a HEAD request, say) the arguments may be the visitor's query
+// string and are held to the form's rules.
 static void shell_arguments(int argc, char **argv)
 {
+    bool from_request = V_serving_request();
     int page_found = 0;
     for (int i = 1; i < argc; i++) {
         const char *arg = argv[i];
@@ -86,7 +89,8 @@ static void shell_arguments(int argc, char **argv)
                 i++;
                 continue;
             }
-            V_add_value(arg + 1, argv[i + 1]);
+            if (!from_request || V_request_may_set(arg + 1))
+                V_add_value(arg + 1, argv[i + 1]);
             i++;
             continue;
         }
