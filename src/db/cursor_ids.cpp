@@ -3,6 +3,7 @@
 #include "db/cursor_ids.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "db/session.h"
@@ -25,7 +26,15 @@ int open_session() {
         return -1;
     }
     snprintf(base_name, sizeof base_name, "%s", name);
-    int code = V_database(base_name, non_empty(V_get_value("V_USER")), non_empty(V_get_value("V_PASSWD")));
+    // The page's own login wins; without one, the site's from v.env. The two
+    // are taken as a pair so that a page's user never meets the site's password.
+    const char *user = non_empty(V_get_value("V_USER"));
+    const char *passwd = non_empty(V_get_value("V_PASSWD"));
+    if (!user && !passwd) {
+        user = non_empty(getenv("V_USER"));
+        passwd = non_empty(getenv("V_PASSWD"));
+    }
+    int code = V_database(base_name, user, passwd);
     if (code != 0) {
         ERRMSG("### Cannot open database: %s SQLCODE: %d", base_name, code);
         return -1;

@@ -42,12 +42,23 @@ bool is_blank(const char *s) {
     return true;
 }
 
+// A relative SQLite file lies in the home directory, never in the site
+// root (the working directory): there a visitor could fetch the file, or
+// name it as a page and have text stored in it run.
+int sqlite_target(const char *path, char *target) {
+    if (path[0] == '/' || !path[0] || strcmp(path, ":memory:") == 0)
+        return snprintf(target, PATH_SIZE, "%s", path);
+    const char *home = V_HOME && *V_HOME ? V_HOME : ".";
+    return snprintf(target, PATH_SIZE, "%s/%s", home, path);
+}
+
 // The database name chooses the engine and what it opens.
 int pick_engine(const char *dbname, const V_ENGINE **eng, char *target) {
+    static const char sqlite_prefix[] = "sqlite:";
     int n;
-    if (has_prefix(dbname, "sqlite:")) {
+    if (has_prefix(dbname, sqlite_prefix)) {
         *eng = &V_sqlite_engine;
-        n = snprintf(target, PATH_SIZE, "%s", dbname + 7);
+        n = sqlite_target(dbname + sizeof sqlite_prefix - 1, target);
     } else if (has_prefix(dbname, "postgres:")) {
         *eng = &V_postgres_engine;
         n = snprintf(target, PATH_SIZE, "%s", dbname + 9);

@@ -179,6 +179,16 @@ void V_DEBUG(const char *fmt, ...)
         fflush(debug_fp);
 }
 
+// The closing table tags end up to three tables the page had opened, so
+// that the message shows whatever came before. The message often carries
+// request text (a page name, the Host header): it is written as text.
+static void write_error_box(const char *message)
+{
+    fputs("</table></table></table><hr><h3><pre>\n ", stdout);
+    V_write_escaped(stdout, message);
+    fputs(" \n</pre></h3><hr>", stdout);
+}
+
 int ERRMSG(const char *fmt, ...)
 {
     V_TRACE("ERRMSG: locked= %d :: msgfmt= %s \n", err_locked, fmt);
@@ -199,7 +209,7 @@ int ERRMSG(const char *fmt, ...)
             printf("Usage:\n\tVorn script [-Var Value [-Var2 Value2 [..]]]\n\nERROR: %s\n",
                    V_ERRMSG);
         else
-            printf("</table></table></table><hr><h3><pre>\n %s \n</pre></h3><hr>", V_ERRMSG);
+            write_error_box(V_ERRMSG);
         V_exit(-2);
     }
 

@@ -7,9 +7,11 @@
 #include "values/arguments.h"
 #include "values/variables.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -35,6 +37,37 @@ static int env_used;
 static char site_root[ROOT_SIZE];
 static char base_name[BASE_SIZE];
 static char pid_text[PID_SIZE];
+
+namespace {
+
+constexpr const char *DEFAULT_PAGE_SUFFIXES = ".html .htm";
+constexpr const char *ALWAYS_PAGES[] = {"v.page", "v.error"};
+
+bool ends_with(std::string_view text, std::string_view tail)
+{
+    return text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail;
+}
+
+}  // namespace
+
+bool V_serving_request()
+{
+    return getenv("REQUEST_METHOD") != nullptr;
+}
+
+// The database login belongs to the site (v.env, v.config, the page): a
+// visitor who could send V_USER and V_PASSWD would choose the role the
+// page runs under. VORN_REQUEST_LOGIN=on lets a site take them from forms.
+bool V_request_may_set(const char *name)
+{
+    if (strcmp(name, "V_USER") && strcmp(name, "V_PASSWD"))
+        return true;
+    const char *setting = getenv("VORN_REQUEST_LOGIN");
+    if (setting && !strcmp(setting, "on"))
+        return true;
+    V_TRACE("V_values: request value of %s dropped\n", name);
+    return false;
+}
 
 static int env_store(const char *setting)
 {
@@ -106,6 +139,11 @@ static void load_env_file()
 
 void V_env()
 {
+    // A "Proxy:" request header reaches a CGI program as HTTP_PROXY, where
+    // it would send the requests of every command a page starts through the
+    // visitor's proxy. It goes before v.env, which may set the site's own.
+    if (getenv("REQUEST_METHOD"))
+        unsetenv("HTTP_PROXY");
     // V_HOME is settled before v.env, which therefore cannot move it.
     find_home();
     load_env_file();
@@ -179,18 +217,18 @@ static void put_fixed_values(const char *prog)
 static void form_to_variables()
 {
     for (int i = 0; i < V_ENT_MAX && ent[i].name; i++) {
-        if (ent[i].val && ent[i].val[0])
+        if (ent[i].val && ent[i].val[0] && V_request_may_set(ent[i].name))
             V_add_value(ent[i].name, ent[i].val);
     }
 }
 
 // The globals keep their own copies, so a page that later assigns the
 // variables cannot pull the text from under them.
-static char *checked_value(const char *root, const char *name)
+static char *checked_value(const char *root, const char *name, bool pages_only)
 {
     if (!V_get_user(name))
         return nullptr;
-    V_check_name(root, name);
+    V_check_name(root, name, pages_only);
     char *value = V_get_value(name);
     return value ? keep(value) : nullptr;
 }
@@ -220,8 +258,12 @@ void V_values(const char *prog)
             V_BASE_hold);
 
     form_to_variables();
-    V_PAGE = checked_value(site_root, "V_PAGE");
-    V_ERROR = checked_value(site_root, "V_ERROR");
+    // Under a web server the names came from the visitor, who may name only
+    // pages: any other file under the root (a database, an include, an
+    // upload) would run as one. A name given at a shell is the caller's own.
+    bool from_request = V_serving_request();
+    V_PAGE = checked_value(site_root, "V_PAGE", from_request);
+    V_ERROR = checked_value(site_root, "V_ERROR", from_request);
     V_default_names(site_root);
     if (!V_PAGE)
         ERRMSG("### Not found V_PAGE value...");
@@ -291,7 +333,33 @@ int V_confine_path(const char *root, const char *value, char *out, int size)
     return climbs_out(out + root_len) ? -1 : 0;
 }
 
-void V_check_name(const char *root, const char *name)
+bool V_is_page_name(const char *path)
+{
+    std::string_view name = path;
+    size_t slash = name.rfind('/');
+    if (slash != std::string_view::npos)
+        name = name.substr(slash + 1);
+    for (const char *page : ALWAYS_PAGES) {
+        if (name == page)
+            return true;
+    }
+    const char *setting = getenv("VORN_PAGE_SUFFIXES");
+    std::string_view list = setting ? setting : DEFAULT_PAGE_SUFFIXES;
+    static constexpr std::string_view BLANKS = " \t";
+    while (!list.empty()) {
+        size_t start = list.find_first_not_of(BLANKS);
+        if (start == std::string_view::npos)
+            break;
+        list = list.substr(start);
+        size_t end = std::min(list.find_first_of(BLANKS), list.size());
+        if (ends_with(name, list.substr(0, end)))
+            return true;
+        list = list.substr(end);
+    }
+    return false;
+}
+
+void V_check_name(const char *root, const char *name, bool pages_only)
 {
     V_USER *user = V_get_user(name);
     if (!user || !user->var.value)
@@ -309,6 +377,12 @@ void V_check_name(const char *root, const char *name)
         return;
     }
     V_TRACE("regular_file: %s ==> OK.\n", path);
+    // The confined path, not the value: a decoded %00 has already cut the
+    // value, and only the path is what gets opened.
+    if (pages_only && !V_is_page_name(path)) {
+        ERRMSG("Invalid %s value: %s \n", name, value);
+        return;
+    }
     if (!strcmp(path, value))
         return;
 

@@ -11,8 +11,22 @@ extern char *V_ERROR;
 
 void V_env();
 void V_values(const char *prog);
-void V_check_name(const char *root, const char *name);
+// Confines the variable's path to root and requires a regular file; with
+// pages_only the path must also name a page (see V_is_page_name). A refusal
+// is fatal: "Invalid NAME value: VALUE".
+void V_check_name(const char *root, const char *name, bool pages_only = false);
+// True when the last component of path is v.page or v.error or ends in one
+// of the suffixes of VORN_PAGE_SUFFIXES (blank-separated; ".html .htm" when
+// the setting is unset).
+bool V_is_page_name(const char *path);
 void V_default_names(const char *root);
+// True under a web server (REQUEST_METHOD set, whatever the method): then
+// the form and also the arguments of a method run as from a shell (some
+// servers make them from the query string) come from the visitor.
+bool V_serving_request();
+// False, with a trace line, for a name a visitor may not set: V_USER and
+// V_PASSWD unless the site sets VORN_REQUEST_LOGIN=on.
+bool V_request_may_set(const char *name);
 
 // Joins value onto root unless it already lies under it, collapses "//"
 // and "/./", and refuses a path that climbs out of root. 0 with the path

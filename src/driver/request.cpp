@@ -7,6 +7,7 @@
 #include "driver/diagnostics.h"
 #include "driver/environment.h"
 #include "form/multipart.h"
+#include "form/url_codec.h"
 #include "form/urlencoded.h"
 #include "interp/page_file.h"
 #include "values/output.h"
@@ -39,6 +40,9 @@ void V_header()
         return;
     done = 1;
     printf("\r\n\r\n<!-- %s page interpreter -->\n\n", V_BANNER);
+    // A field cut while the body was decoded is reported only here, in the
+    // page: earlier text would have broken the header block.
+    fmakeword_warning(stdout);
     fflush(stdout);
 }
 
@@ -66,9 +70,12 @@ static void decode_get()
 }
 
 // The command line takes the place of the form: "-Var Value" pairs, "-V"
-// for the banner, and the first existing file as the page.
+// for the banner, and the first existing file as the page. Under a web
+// server (a HEAD request, say) the arguments may be the visitor's query
+// string and are held to the form's rules.
 static void shell_arguments(int argc, char **argv)
 {
+    bool from_request = V_serving_request();
     int page_found = 0;
     for (int i = 1; i < argc; i++) {
         const char *arg = argv[i];
@@ -82,7 +89,8 @@ static void shell_arguments(int argc, char **argv)
                 i++;
                 continue;
             }
-            V_add_value(arg + 1, argv[i + 1]);
+            if (!from_request || V_request_may_set(arg + 1))
+                V_add_value(arg + 1, argv[i + 1]);
             i++;
             continue;
         }
@@ -143,6 +151,14 @@ int V_main(int argc, char **argv)
     V_TRACE("==> Vorn: started...");
 
     int method = GetMethod();
+    if (method != METHOD_OTHER) {
+        // Written before the form is decoded: a decoder failure ends in the
+        // error routine, whose V_header closes the block, and the block must
+        // already carry its Content-Type then. It stays open for the cookie
+        // lines.
+        fputs("Content-Type: text/html\r\n", stdout);
+        fflush(stdout);
+    }
     if (method == METHOD_POST)
         decode_post();
     else if (method == METHOD_GET)
@@ -150,13 +166,8 @@ int V_main(int argc, char **argv)
     else
         V_TRACE("Unknown http method");
 
-    if (method == METHOD_OTHER) {
+    if (method == METHOD_OTHER)
         shell_arguments(argc, argv);
-    } else {
-        // The header block stays open for the cookie lines.
-        fputs("Content-Type: text/html\r\n", stdout);
-        fflush(stdout);
-    }
 
     V_TRACE("\n==>  V_values(); \n");
     V_values(argc > 0 && argv[0] ? argv[0] : "Vorn");

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "driver/diagnostics.h"
 #include "form/urlencoded.h"
 
 char *makeword(char *line, char stop) {
@@ -17,12 +18,18 @@ char *makeword(char *line, char stop) {
     return word;
 }
 
+namespace {
+
+int cut_fields;   // fields fmakeword has cut in this process
+
+}  // namespace
+
 // Reads one field of the body up to stop, counting every byte read against
 // *cl. A field beyond V_FIELD_MAX characters keeps its first V_FIELD_MAX;
 // later characters all land on the next slot, so a field ended by the
-// length (not by stop) also keeps its final character. The warning goes
-// straight to standard output, before any header: pages have always seen
-// it there.
+// length (not by stop) also keeps its final character. A cut is only
+// counted here: the body is decoded while the header block is still open,
+// where any text would break the response (see fmakeword_warning).
 char *fmakeword(FILE *f, char stop, int *cl) {
     static char word[V_FIELD_MAX + 2];
     int ll = 0, cut = 0, stopped = 0;
@@ -41,10 +48,20 @@ char *fmakeword(FILE *f, char stop, int *cl) {
     }
     if (cut && !stopped) ll++;
     word[ll] = '\0';
-    if (cut) printf("<hr> WARNING: Value value size is over %d!!! [cut]... <hr>", V_FIELD_MAX);
+    if (cut) {
+        cut_fields++;
+        V_TRACE("fmakeword: field cut at %d characters\n", V_FIELD_MAX);
+    }
     char *copy = (char *)malloc(ll + 1);
     memcpy(copy, word, ll + 1);
     return copy;
+}
+
+int fmakeword_cuts() { return cut_fields; }
+
+void fmakeword_warning(FILE *out) {
+    if (cut_fields)
+        fprintf(out, "<hr> WARNING: Value value size is over %d!!! [cut]... <hr>", V_FIELD_MAX);
 }
 
 // No validation: any digit at or above 'A' counts as a letter.

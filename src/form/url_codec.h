@@ -5,6 +5,9 @@
 
 char *makeword(char *line, char stop);
 char *fmakeword(FILE *f, char stop, int *cl);
+int fmakeword_cuts();                 // fields cut at V_FIELD_MAX so far
+// Writes the one warning of a request whose fields were cut, if any were.
+void fmakeword_warning(FILE *out);
 char x2c(const char *what);
 void unescape_url(char *url);
 void escape_url(const char *text, char *out);   // out needs 3 * strlen + 1

@@ -37,11 +37,16 @@ void *page_alloc(size_t size)
     return p;
 }
 
-[[noreturn]] void file_failure(const char *msg, const char *page_msg, const char *fname)
+// Reports "LABEL NAME". ERRMSG returns only inside the error page, whose
+// output is HTML: there the name, which may come from the request, is
+// written as text.
+[[noreturn]] void file_failure(const char *label, const char *fname)
 {
-    ERRMSG(msg, fname);
+    ERRMSG("%s%s \n", label, fname);
     FILE *out = V_out();
-    fprintf(out, page_msg, fname);
+    fprintf(out, "<hr><h1> %s", label);
+    V_write_escaped(out, fname);
+    fputs(" </h1><hr>\n", out);
     V_fflush(out);
     V_exit(-2);
 }
@@ -58,19 +63,18 @@ V_FILE *find_loaded(const struct stat &st)
 
 V_FILE *load_file(const char *fname, const struct stat &st)
 {
-    const char *no_open = "Cannot open file: %s \n";
-    const char *no_open_page = "<hr><h1> Cannot open file: %s </h1><hr>\n";
+    const char *no_open = "Cannot open file: ";
     if (st.st_size < 0 || st.st_size > INT_MAX - 32)
-        file_failure(no_open, no_open_page, fname);
+        file_failure(no_open, fname);
     FILE *in = fopen(fname, "r");
     if (!in)
-        file_failure(no_open, no_open_page, fname);
+        file_failure(no_open, fname);
     int size = (int)st.st_size;
     V_FILE *fp = (V_FILE *)page_alloc(sizeof(V_FILE));
     char *text = (char *)page_alloc((size_t)size + 16);
     if (!fp || !text) {
         fclose(in);
-        file_failure(no_open, no_open_page, fname);
+        file_failure(no_open, fname);
     }
     size_t got = fread(text, 1, (size_t)size, in);
     fclose(in);
@@ -253,8 +257,7 @@ int V_printfile(const char *fname, int compile)
         return -1;
     struct stat st;
     if (stat(fname, &st) != 0)
-        file_failure("Cannot access file: %s \n",
-                     "<hr><h1> Cannot access file: %s </h1><hr>\n", fname);
+        file_failure("Cannot access file: ", fname);
     V_FILE *fp = find_loaded(st);
     bool reused = fp != nullptr;
     int saved_offset = 0;

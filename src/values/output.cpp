@@ -110,3 +110,22 @@ void V_write_text(const char *text, int n) {
     else
         fwrite(text, 1, static_cast<size_t>(n), fp);
 }
+
+void V_write_escaped(FILE *fp, const char *text) {
+    if (!text) return;
+    const char *run = text;
+    for (; *text; text++) {
+        const char *ent = nullptr;
+        switch (*text) {
+        case '&': ent = "&amp;"; break;
+        case '<': ent = "&lt;"; break;
+        case '>': ent = "&gt;"; break;
+        case '"': ent = "&quot;"; break;
+        default: continue;
+        }
+        if (text > run) fwrite(run, 1, static_cast<size_t>(text - run), fp);
+        fputs(ent, fp);
+        run = text + 1;
+    }
+    if (text > run) fwrite(run, 1, static_cast<size_t>(text - run), fp);
+}

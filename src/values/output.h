@@ -21,3 +21,6 @@ void V_putchar(unsigned char c);
 int transvalue(const char *value, char *buff);
 // Writes n bytes of text to the current stream, entity-encoded when HTML is on.
 void V_write_text(const char *text, int n);
+// Writes text to fp with the markup characters & < > " as entities, so that
+// text from a request shows as text inside a built-in HTML message.
+void V_write_escaped(FILE *fp, const char *text);

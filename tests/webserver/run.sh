@@ -124,11 +124,11 @@ body option 'before\n</table></table></table><hr><h3><pre>\n Unknown option:  no
 get missing "$base?V_PAGE=nothere.html"
 headers missing 200 "$html"
 body missing '</table></table></table><hr><h3><pre>\n Invalid V_PAGE value: nothere.html \n \n</pre></h3><hr>'
-# A body cut before its closing boundary fails in the decoder, before the
-# Content-Type line is written: the error still comes back as a page.
+# A body cut before its closing boundary fails in the decoder: the error
+# still comes back as a page with its Content-Type.
 printf -- '--XX\r\nContent-Disposition: form-data; name="a"\r\n\r\nno end' > "$work/cut"
 get cut --data-binary "@$work/cut" -H 'Content-Type: multipart/form-data; boundary=XX' "$base"
-headers cut 200
+headers cut 200 "$html"
 body cut '</table></table></table><hr><h3><pre>\n Broken Input... \n</pre></h3><hr>'
 
 # the interpreter's stderr goes to the breakage log
