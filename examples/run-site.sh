@@ -1,32 +1,36 @@
 #!/usr/bin/env bash
-# Runs the example guestbook with a built interpreter: makes its home afresh,
-# creates the SQLite database from the schema and seed, signs the guestbook
-# once through the form page and prints the rendered front page.
-# Usage: run-site.sh VORN HOME_DIR
+# Serves the example guestbook with a built interpreter under a private
+# lighttpd on 127.0.0.1 (a free port): makes a fresh home with the SQLite
+# database from the schema and seed, signs the guestbook once through the
+# sign form, prints the URL to open and the rendered front page, and serves
+# until interrupted. With --check it stops after printing.
+# Usage: run-site.sh VORN [--check]
 set -euo pipefail
-if [ $# -ne 2 ]; then
-    echo "usage: $0 VORN HOME_DIR" >&2
+if [ $# -lt 1 ] || [ $# -gt 2 ] || { [ $# = 2 ] && [ "$2" != --check ]; }; then
+    echo "usage: $0 VORN [--check]" >&2
     exit 2
 fi
 vorn=$(realpath "$1")
-home=$2
+check=${2:-}
 here=$(cd "$(dirname "$0")" && pwd)
-site=$here/site
+source "$here/serve-example.sh"
 
-# v.env as it stands, and v.config with the site root pointed at this checkout
-rm -rf "$home"
-mkdir -p "$home"
-home=$(realpath "$home")
-cp "$here/home/v.env" "$home/"
-sed "s|/path/to/examples/site|$site|" "$here/home/v.config" >"$home/v.config"
+dir=$(mktemp -d /tmp/vorn-example-XXXXXX)
+trap 'example_stop; rm -rf "$dir"' EXIT
+trap 'exit 130' INT TERM
+example_serve lighttpd "$dir" "$vorn"
 
-# base "guestbook" with VORN_DB=sqlite (v.env) is the file guestbook.db in V_HOME
-sqlite3 "$home/guestbook.db" <"$here/db/schema.sql"
-sqlite3 "$home/guestbook.db" <"$here/db/seed.sql"
-
-cd "$site"
+echo "The example guestbook is served by lighttpd; open"
+echo "  $EXAMPLE_URL"
 message="<b>It's</b> live; & well."
-echo "== sign.html -author Margaret -message \"$message\""
-V_HOME=$home "$vorn" sign.html -author Margaret -message "$message"
-echo "== index.html"
-V_HOME=$home "$vorn" index.html
+echo "== POST $SERVE_URL/vorn/sign.html author=Margaret message=$message"
+curl -sS --fail --data-urlencode V_PAGE=sign.html --data-urlencode author=Margaret \
+    --data-urlencode "message=$message" "$SERVE_URL/vorn/sign.html"
+echo "== GET $EXAMPLE_URL"
+curl -sS --fail "$EXAMPLE_URL"
+[ "$check" = --check ] && exit 0
+
+echo "Serving until Ctrl-C: pages in $EXAMPLE_SITE, home $EXAMPLE_HOME,"
+echo "uploads in $EXAMPLE_TMP, server logs in $dir/server/logs (all but the pages"
+echo "are removed when it stops)."
+wait "${SERVE_PIDS[0]}"

@@ -1,21 +1,42 @@
 #!/usr/bin/env bash
-# Installs what building Vorn needs; with --test also what the test suites
-# need (GoogleTest, a PostgreSQL server, a real HTTP client, a web server
-# that runs the interpreter as CGI; its tests start their own lighttpd;
-# clang and its sanitizer runtimes for the sanitizer build).
+# Installs what building Vorn needs; with --example also what serving the
+# example site needs (lighttpd, curl); with --test also what the test suites
+# need (GoogleTest, a PostgreSQL server, a real HTTP client, the three web
+# servers that run the interpreter as CGI, Chromium and Node.js for the
+# browser suite, clang and its sanitizer runtimes for the sanitizer build).
+# The suites and the example start private servers of their own, so the
+# system services these packages bring are not started here.
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config libsqlite3-dev libpq-dev libcrypt-dev sqlite3)
-if [ "${1:-}" = "--test" ]; then
-  packages+=(libgtest-dev python3 postgresql-15 postgresql-15-orafce curl tzdata procps lighttpd
-            clang libclang-rt-dev)
-fi
+case "${1:-}" in
+--example)
+  packages+=(lighttpd curl)
+  ;;
+--test)
+  packages+=(libgtest-dev python3 postgresql-15 postgresql-15-orafce curl tzdata procps
+             lighttpd apache2 nginx fcgiwrap chromium clang libclang-rt-dev)
+  command -v node >/dev/null || packages+=(nodejs)
+  command -v npm >/dev/null || packages+=(npm)
+  ;;
+esac
 
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
 done
 if [ ${#missing[@]} -gt 0 ]; then
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "install-deps.sh: missing packages: ${missing[*]} (run as root to install them)" >&2
+    exit 1
+  fi
+  # Apache and nginx would both be started on port 80, and the second
+  # install would fail; the invoke-rc.d policy keeps them stopped.
+  if [ ! -e /usr/sbin/policy-rc.d ]; then
+    printf '#!/bin/sh\nexit 101\n' >/usr/sbin/policy-rc.d
+    chmod 755 /usr/sbin/policy-rc.d
+    trap 'rm -f /usr/sbin/policy-rc.d' EXIT
+  fi
   export DEBIAN_FRONTEND=noninteractive
   apt-get update -qq
   apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

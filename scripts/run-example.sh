@@ -1,26 +1,14 @@
 #!/usr/bin/env bash
-# Builds Vorn, creates the example site's SQLite database from its schema and
-# seed, signs the guestbook once through the form page and prints the
-# rendered front page, all from the shell. As root on a fresh Debian it first
-# installs what the build needs.
+# Builds Vorn and serves the example site through a private lighttpd on
+# 127.0.0.1 (examples/run-site.sh): it creates the guestbook's SQLite
+# database, signs the guestbook once through the form, prints the URL to open
+# and the rendered front page, and serves until Ctrl-C. With --check it exits
+# after printing. As root on a fresh Debian it first installs what it needs.
+# Usage: run-example.sh [--check]
 set -euo pipefail
 repo=$(cd "$(dirname "$0")/.." && pwd)
-site=$repo/examples/site
 
-packages=(cmake g++ make pkg-config libsqlite3-dev libpq-dev libcrypt-dev sqlite3)
-missing=()
-for p in "${packages[@]}"; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-    if [ "$(id -u)" -ne 0 ]; then
-        echo "run-example.sh: missing packages: ${missing[*]} (run as root to install them)" >&2
-        exit 1
-    fi
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get update -qq
-    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-fi
+bash "$repo/scripts/install-deps.sh" --example
 
 # an existing build tree keeps its settings; a new one gets the tests only
 # when GoogleTest is there
@@ -37,4 +25,4 @@ if ! { cmake -S "$repo" -B "$repo/build" "${configure[@]}" &&
     exit 1
 fi
 
-bash "$repo/examples/run-site.sh" "$repo/build/vorn" "$repo/build/example-home"
+exec bash "$repo/examples/run-site.sh" "$repo/build/vorn" "$@"

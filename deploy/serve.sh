@@ -1,0 +1,136 @@
+# Starts a private web server on 127.0.0.1, on a free port, that runs Vorn as
+# CGI through the configuration templates beside this file: lighttpd, apache2
+# (prefork with mod_cgi) or nginx (with fcgiwrap). Used by the example and
+# the tests; source it, then
+#   serve_start SERVER DIR VORN HOME   # sets SERVE_PORT, SERVE_URL, SERVE_USER
+#   serve_stop                         # also safe when nothing was started
+# one server at a time. DIR is made afresh for the configuration, logs,
+# sockets and a copy of VORN (so the server's user need not reach the build
+# tree). Started by root, the server and its CGI programs run as www-data:
+# the caller makes HOME, the site and the temporary directory readable or
+# writable for SERVE_USER, and DIR's parents searchable.
+
+SERVE_PIDS=()
+SERVE_GROUPS=()
+SERVE_DEPLOY=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+
+# A port on 127.0.0.1 that nothing answers on; the server's start tells
+# whether it is still free.
+serve_pick_port() {
+    local port
+    for _ in $(seq 50); do
+        port=$((20000 + RANDOM % 40000))
+        (: </dev/tcp/127.0.0.1/$port) 2>/dev/null || { echo "$port"; return 0; }
+    done
+    return 1
+}
+
+# Copies template $1 to $2 with every @NAME@ replaced by its value from the
+# NAME=value pairs that follow.
+serve_fill() {
+    local from=$1 to=$2 text
+    shift 2
+    text=$(<"$from")
+    for pair in "$@"; do
+        text=${text//"@${pair%%=*}@"/"${pair#*=}"}
+    done
+    printf '%s\n' "$text" >"$to"
+}
+
+# Starts $1 with the files under $2 on port $3 and waits until it answers;
+# 1 when it ended first (the port was taken, or the configuration is bad).
+serve_launch() {
+    local server=$1 dir=$2 port=$3
+    case $server in
+    lighttpd)
+        lighttpd -D -f "$dir/private.conf" &
+        SERVE_PIDS+=($!)
+        ;;
+    apache2)
+        # Stopping, httpd signals its whole process group: give it its own.
+        setsid apache2 -f "$dir/private.conf" -DFOREGROUND &
+        SERVE_PIDS+=($!)
+        ;;
+    nginx)
+        # fcgiwrap hands its own environment to the CGI programs: give it a
+        # clean one, with the sanitizer settings of a test run. Its workers
+        # outlive a stopped parent, so it leads a process group of its own.
+        local as_user=()
+        [ "$(id -u)" = 0 ] && as_user=(setpriv --reuid="$SERVE_USER" --regid="$SERVE_GROUP" --init-groups)
+        setsid env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin ${ASAN_OPTIONS:+ASAN_OPTIONS="$ASAN_OPTIONS"} \
+            ${UBSAN_OPTIONS:+UBSAN_OPTIONS="$UBSAN_OPTIONS"} \
+            "${as_user[@]}" fcgiwrap -f -c 2 -p "$dir/cgi/vorn" -s "unix:$dir/run/fcgiwrap.sock" \
+            2>>"$dir/logs/fcgiwrap.log" &
+        SERVE_PIDS+=($!)
+        SERVE_GROUPS+=($!)
+        nginx -e "$dir/logs/error.log" -c "$dir/private.conf" -g 'daemon off;' &
+        SERVE_PIDS+=($!)
+        ;;
+    *)
+        echo "serve_start: unknown server $server" >&2
+        return 2
+        ;;
+    esac
+    for _ in $(seq 100); do
+        if [ "$server" != nginx ] || [ -S "$dir/run/fcgiwrap.sock" ]; then
+            curl -s -o /dev/null "http://127.0.0.1:$port/" && return 0
+        fi
+        for pid in "${SERVE_PIDS[@]}"; do
+            kill -0 "$pid" 2>/dev/null || { serve_stop; return 1; }
+        done
+        sleep 0.1
+    done
+    serve_stop
+    return 1
+}
+
+serve_start() {
+    local server=$1 dir=$2 vorn=$3 home=$4
+    if [ "$(id -u)" = 0 ]; then
+        SERVE_USER=www-data SERVE_GROUP=www-data
+    else
+        SERVE_USER=$(id -un) SERVE_GROUP=$(id -gn)
+    fi
+    rm -rf "$dir"
+    mkdir -p "$dir"/{www,logs,run,cgi}
+    chmod 755 "$dir" "$dir"/{www,cgi}
+    install -m 755 "$vorn" "$dir/cgi/vorn"
+    # the workers write their temporary files and sockets under run/
+    chown "$SERVE_USER:$SERVE_GROUP" "$dir/run" "$dir/logs"
+
+    local port
+    for _ in 1 2 3 4 5; do
+        port=$(serve_pick_port) || break
+        local values=(DIR="$dir" PORT="$port" USER="$SERVE_USER" GROUP="$SERVE_GROUP"
+                      VORN="$dir/cgi/vorn" V_HOME="$home" LISTEN="127.0.0.1:$port"
+                      FCGI_SOCKET="$dir/run/fcgiwrap.sock"
+                      ASAN_OPTIONS="${ASAN_OPTIONS:-}" UBSAN_OPTIONS="${UBSAN_OPTIONS:-}")
+        serve_fill "$SERVE_DEPLOY/$server/vorn.conf.in" "$dir/vorn.conf" "${values[@]}"
+        serve_fill "$SERVE_DEPLOY/$server/private.conf.in" "$dir/private.conf" "${values[@]}"
+        if serve_launch "$server" "$dir" "$port"; then
+            SERVE_PORT=$port
+            SERVE_URL=http://127.0.0.1:$port
+            return 0
+        fi
+        rm -f "$dir/run/fcgiwrap.sock"
+    done
+    echo "serve_start: $server did not start; its log:" >&2
+    cat "$dir"/logs/*.log >&2 2>/dev/null
+    return 1
+}
+
+serve_stop() {
+    local pid
+    for pid in "${SERVE_GROUPS[@]}"; do
+        kill -- "-$pid" 2>/dev/null || true
+    done
+    for pid in "${SERVE_PIDS[@]}"; do
+        kill "$pid" 2>/dev/null || true
+    done
+    for pid in "${SERVE_PIDS[@]}"; do
+        wait "$pid" 2>/dev/null || true
+    done
+    SERVE_PIDS=()
+    SERVE_GROUPS=()
+    return 0
+}
