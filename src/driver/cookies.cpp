@@ -188,7 +188,8 @@ void delete_cookie(const CookiePolicy &policy, const char *name)
 
 // One Set-Cookie line per name in the list variable; persistent cookies
 // carry the far expiry date, session cookies none. The names come from the
-// request: one that is not a token, or not allowed by the site, is dropped.
+// request: one that is not a token, not allowed by the site, or a fixed
+// variable is dropped.
 void emit_list(const CookiePolicy &policy, const char *list_name, bool persistent)
 {
     const char *raw = V_get_value(list_name);
@@ -207,6 +208,13 @@ void emit_list(const CookiePolicy &policy, const char *list_name, bool persisten
         }
         if (!allowed(policy, name)) {
             trace_refused("not in VORN_COOKIE_NAMES", name);
+            continue;
+        }
+        // the fixed variables hold the site's own settings (its root, home
+        // and base): a link must not have them sent out as cookies
+        const V_USER *user = V_get_user(name);
+        if (user && user->fixed == 1) {
+            trace_refused("a fixed variable", name);
             continue;
         }
         const char *value = V_get_value(name);
