@@ -4,7 +4,8 @@
 # the tests; source it, then
 #   serve_start SERVER DIR VORN HOME   # sets SERVE_PORT, SERVE_URL, SERVE_USER
 #   serve_stop                         # also safe when nothing was started
-# one server at a time. DIR is made afresh for the configuration, logs,
+# Several servers may run side by side, each with a DIR of its own;
+# serve_stop stops them all. DIR is made afresh for the configuration, logs,
 # sockets and a copy of VORN (so the server's user need not reach the build
 # tree). Started by root, the server and its CGI programs run as www-data:
 # the caller makes HOME, the site and the temporary directory readable or
@@ -37,10 +38,21 @@ serve_fill() {
     printf '%s\n' "$text" >"$to"
 }
 
+# The user the servers run as (and their CGI programs): SERVE_USER, SERVE_GROUP.
+serve_user() {
+    if [ "$(id -u)" = 0 ]; then
+        SERVE_USER=www-data SERVE_GROUP=www-data
+    else
+        SERVE_USER=$(id -un) SERVE_GROUP=$(id -gn)
+    fi
+}
+
 # Starts $1 with the files under $2 on port $3 and waits until it answers;
-# 1 when it ended first (the port was taken, or the configuration is bad).
+# 1 when it ended first (the port was taken, or the configuration is bad),
+# with what it started stopped again and the servers started before left
+# running.
 serve_launch() {
-    local server=$1 dir=$2 port=$3
+    local server=$1 dir=$2 port=$3 first=${#SERVE_PIDS[@]}
     case $server in
     lighttpd)
         lighttpd -D -f "$dir/private.conf" &
@@ -75,22 +87,18 @@ serve_launch() {
         if [ "$server" != nginx ] || [ -S "$dir/run/fcgiwrap.sock" ]; then
             curl -s -o /dev/null "http://127.0.0.1:$port/" && return 0
         fi
-        for pid in "${SERVE_PIDS[@]}"; do
-            kill -0 "$pid" 2>/dev/null || { serve_stop; return 1; }
+        for pid in "${SERVE_PIDS[@]:first}"; do
+            kill -0 "$pid" 2>/dev/null || { serve_stop_from "$first"; return 1; }
         done
         sleep 0.1
     done
-    serve_stop
+    serve_stop_from "$first"
     return 1
 }
 
 serve_start() {
     local server=$1 dir=$2 vorn=$3 home=$4
-    if [ "$(id -u)" = 0 ]; then
-        SERVE_USER=www-data SERVE_GROUP=www-data
-    else
-        SERVE_USER=$(id -un) SERVE_GROUP=$(id -gn)
-    fi
+    serve_user
     rm -rf "$dir"
     mkdir -p "$dir"/{www,logs,run,cgi}
     chmod 755 "$dir" "$dir"/{www,cgi}
@@ -119,18 +127,28 @@ serve_start() {
     return 1
 }
 
-serve_stop() {
-    local pid
-    for pid in "${SERVE_GROUPS[@]}"; do
-        kill -- "-$pid" 2>/dev/null || true
-    done
-    for pid in "${SERVE_PIDS[@]}"; do
+# Stops the servers started after the first $1 of SERVE_PIDS.
+serve_stop_from() {
+    local from=$1 pid group kept=()
+    for pid in "${SERVE_PIDS[@]:from}"; do
+        for group in "${SERVE_GROUPS[@]}"; do
+            [ "$group" = "$pid" ] && { kill -- "-$pid" 2>/dev/null || true; }
+        done
         kill "$pid" 2>/dev/null || true
     done
-    for pid in "${SERVE_PIDS[@]}"; do
+    for pid in "${SERVE_PIDS[@]:from}"; do
         wait "$pid" 2>/dev/null || true
     done
-    SERVE_PIDS=()
-    SERVE_GROUPS=()
+    SERVE_PIDS=("${SERVE_PIDS[@]:0:from}")
+    for group in "${SERVE_GROUPS[@]}"; do
+        for pid in "${SERVE_PIDS[@]}"; do
+            [ "$group" = "$pid" ] && kept+=("$group")
+        done
+    done
+    SERVE_GROUPS=("${kept[@]}")
     return 0
+}
+
+serve_stop() {
+    serve_stop_from 0
 }
