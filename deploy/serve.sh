@@ -3,6 +3,8 @@
 # (prefork with mod_cgi) or nginx (with fcgiwrap). Used by the example and
 # the tests; source it, then
 #   serve_start SERVER DIR VORN HOME   # sets SERVE_PORT, SERVE_URL, SERVE_USER
+#   serve_balance DIR PORT...          # nginx in front of the servers on PORT...
+#                                      # sets BALANCE_PORT, BALANCE_URL
 #   serve_stop                         # also safe when nothing was started
 # Several servers may run side by side, each with a DIR of its own;
 # serve_stop stops them all. DIR is made afresh for the configuration, logs,
@@ -78,6 +80,10 @@ serve_launch() {
         nginx -e "$dir/logs/error.log" -c "$dir/private.conf" -g 'daemon off;' &
         SERVE_PIDS+=($!)
         ;;
+    balancer)
+        nginx -e "$dir/logs/error.log" -c "$dir/private.conf" -g 'daemon off;' &
+        SERVE_PIDS+=($!)
+        ;;
     *)
         echo "serve_start: unknown server $server" >&2
         return 2
@@ -123,6 +129,40 @@ serve_start() {
         rm -f "$dir/run/fcgiwrap.sock"
     done
     echo "serve_start: $server did not start; its log:" >&2
+    cat "$dir"/logs/*.log >&2 2>/dev/null
+    return 1
+}
+
+# Starts nginx on a free port of 127.0.0.1 as the balancer of
+# nginx/balancer.conf.in in front of the servers listening on 127.0.0.1 at
+# the ports given after DIR; its files go under DIR, made afresh.
+serve_balance() {
+    local dir=$1 nodes= node
+    shift
+    for node in "$@"; do
+        nodes+="${nodes:+ }server 127.0.0.1:$node;"
+    done
+    serve_user
+    rm -rf "$dir"
+    mkdir -p "$dir"/{logs,run}
+    chmod 755 "$dir"
+    chown "$SERVE_USER:$SERVE_GROUP" "$dir/run" "$dir/logs"
+
+    local port
+    for _ in 1 2 3 4 5; do
+        port=$(serve_pick_port) || break
+        # the private wrapper of nginx includes DIR/vorn.conf
+        serve_fill "$SERVE_DEPLOY/nginx/balancer.conf.in" "$dir/vorn.conf" \
+            LISTEN="127.0.0.1:$port" NODES="$nodes"
+        serve_fill "$SERVE_DEPLOY/nginx/private.conf.in" "$dir/private.conf" \
+            DIR="$dir" USER="$SERVE_USER" GROUP="$SERVE_GROUP"
+        if serve_launch balancer "$dir" "$port"; then
+            BALANCE_PORT=$port
+            BALANCE_URL=http://127.0.0.1:$port
+            return 0
+        fi
+    done
+    echo "serve_balance: nginx did not start; its log:" >&2
     cat "$dir"/logs/*.log >&2 2>/dev/null
     return 1
 }
