@@ -1,11 +1,11 @@
 # Two web nodes behind an nginx balancer over one private PostgreSQL server:
 # a bounded load test (ab, concurrency 8) after which every visit must be
 # counted once. It runs alone, as it keeps both cores busy; a sanitizer
-# build, several times slower to start, sends half the requests.
+# build, several times slower to start, sends a quarter of the requests.
 string(MD5 VORN_MN_HASH ${CMAKE_CURRENT_BINARY_DIR})
 string(SUBSTRING ${VORN_MN_HASH} 0 10 VORN_MN_HASH)
 if(VORN_SANITIZE)
-  set(VORN_MN_REQUESTS 1000)
+  set(VORN_MN_REQUESTS 500)
 else()
   set(VORN_MN_REQUESTS 2000)
 endif()
