@@ -9,7 +9,7 @@ language in the opening fence:
   ```html page [NAME]     the page, written as NAME (default page.html)
   ```html file PATH       another file, relative to the site root
   ```text home PATH       a file in the home directory (v.env, v.config)
-  ```text stdin           the request body
+  ```text stdin [crlf]    the request body (with CR LF line ends)
   ```text output [status=N] [-n]
   $ [NAME=VALUE ...] vorn [ARG ...]
   expected output
@@ -75,7 +75,7 @@ def examples(path):
         if kind in ('file', 'home') and len(words) == 2:
             current.setdefault('files', []).append((kind, words[1], text))
         elif kind == 'stdin':
-            current['stdin'] = text
+            current['stdin'] = text.replace(b'\n', b'\r\n') if 'crlf' in words else text
         elif kind == 'page':
             current['page'] = (words[1] if len(words) > 1 else 'page.html', text)
         elif kind == 'output':
