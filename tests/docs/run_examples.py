@@ -77,6 +77,8 @@ def examples(path):
         elif kind == 'stdin':
             current['stdin'] = text.replace(b'\n', b'\r\n') if 'crlf' in words else text
         elif kind == 'page':
+            if 'page' in current:
+                raise SystemExit('%s:%d: a page without an output block' % (path, line))
             current['page'] = (words[1] if len(words) > 1 else 'page.html', text)
         elif kind == 'output':
             if 'page' not in current:
@@ -121,7 +123,7 @@ def run(vorn, ex):
         key, _, value = words.pop(0).partition('=')
         env[key] = value
     if not words or words[0] != 'vorn':
-        return 'the command line does not run vorn: %r' % command
+        return 'the command line does not run vorn: %s' % command.decode()
     files = ex.get('files', []) + [('file', ex['page'][0], ex['page'][1])]
     for kind, name, text in files:
         target = os.path.join(real[1] if kind == 'home' else real[0], name.encode())
@@ -144,8 +146,10 @@ def run(vorn, ex):
     stderr = proc.stderr.decode('latin-1')
     if 'Sanitizer' in stderr or 'runtime error' in stderr:
         problems.append('--- stderr\n' + stderr)
+    if problems:
+        return '\n'.join(problems + ['example kept in ' + work])
     shutil.rmtree(work, ignore_errors=True)
-    return '\n'.join(problems) or None
+    return None
 
 
 def main():
