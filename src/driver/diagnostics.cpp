@@ -2,10 +2,11 @@
 // switched on by marker files in the home directory, and the debug file.
 #include "driver/diagnostics.h"
 
+#include "base/directories.h"
+#include "base/tmp_files.h"
 #include "db/block_heap.h"
 #include "driver/environment.h"
 #include "driver/request.h"
-#include "form/tmp_files.h"
 #include "interp/page_file.h"
 #include "values/output.h"
 

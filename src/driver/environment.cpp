@@ -2,6 +2,7 @@
 // host, the fixed variables, and the confinement of the page and error page.
 #include "driver/environment.h"
 
+#include "base/directories.h"
 #include "driver/diagnostics.h"
 #include "form/urlencoded.h"
 #include "values/arguments.h"
@@ -15,8 +16,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-char *V_HOME;
-char *TMP_DIR;
 char *V_BASE;
 int V_BASE_hold;
 char *V_PAGE;

@@ -2,6 +2,7 @@
 // the request or the command line, the response header, the page run, exit.
 #include "driver/request.h"
 
+#include "base/directories.h"
 #include "db/session.h"
 #include "driver/cookies.h"
 #include "driver/diagnostics.h"

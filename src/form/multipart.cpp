@@ -12,7 +12,7 @@
 #include <unistd.h>
 
 #include "driver/diagnostics.h"
-#include "form/tmp_files.h"
+#include "base/tmp_files.h"
 #include "form/url_codec.h"
 #include "form/urlencoded.h"
 

@@ -13,8 +13,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "base/directories.h"
 #include "driver/diagnostics.h"
-#include "driver/environment.h"
 #include "values/output.h"
 
 namespace {

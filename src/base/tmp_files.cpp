@@ -2,7 +2,7 @@
 // something under one of our names before we come: creation is exclusive,
 // no open follows a link, and a file found under the name is judged on the
 // open descriptor, not on the name, before a byte of it is cut or written.
-#include "form/tmp_files.h"
+#include "base/tmp_files.h"
 
 #include <cerrno>
 #include <cstring>
