@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "base/directories.h"
-#include "db/block_heap.h"
+#include "values/block_heap.h"
 #include "db/engine.h"
 #include "driver/diagnostics.h"
 

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "db/block_heap.h"
+#include "values/block_heap.h"
 #include "db/cursor_ids.h"
 #include "db/session.h"
 #include "driver/diagnostics.h"

@@ -4,7 +4,7 @@
 
 #include "base/directories.h"
 #include "base/tmp_files.h"
-#include "db/block_heap.h"
+#include "values/block_heap.h"
 #include "driver/environment.h"
 #include "driver/request.h"
 #include "interp/page_file.h"

@@ -2,7 +2,7 @@
 // response header, the page run and the one way out of the process.
 #pragma once
 #include "values/avl_tree.h"
-#include "db/block_heap.h"
+#include "values/block_heap.h"
 
 struct V_FILE;
 struct V_FUN;

@@ -11,7 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "db/block_heap.h"
+#include "values/block_heap.h"
 #include "driver/diagnostics.h"
 #include "interp/dispatcher.h"
 #include "interp/loops.h"

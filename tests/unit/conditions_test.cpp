@@ -7,7 +7,7 @@
 #include <ctime>
 #include <string>
 
-#include "db/block_heap.h"
+#include "values/block_heap.h"
 #include "interp/conditions.h"
 #include "values/variables.h"
 

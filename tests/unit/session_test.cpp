@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 #include "base/directories.h"
-#include "db/block_heap.h"
+#include "values/block_heap.h"
 #include "db/engine.h"
 #include "db/session.h"
 
