@@ -8,6 +8,7 @@
 #include "driver/environment.h"
 #include "driver/request.h"
 #include "interp/page_file.h"
+#include "values/buffers.h"
 #include "values/output.h"
 
 #include <cerrno>

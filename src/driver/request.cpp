@@ -1,5 +1,5 @@
-// The request driver: the global interpreter record, start-up, decoding of
-// the request or the command line, the response header, the page run, exit.
+// The request driver: start-up, decoding of the request or the command
+// line, the response header, the page run, exit.
 #include "driver/request.h"
 
 #include "base/directories.h"
@@ -11,6 +11,7 @@
 #include "form/url_codec.h"
 #include "form/urlencoded.h"
 #include "interp/page_file.h"
+#include "values/buffers.h"
 #include "values/output.h"
 #include "values/variables.h"
 
@@ -18,8 +19,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
-
-V_BUFFERS v_BUFFERS;
 
 enum { METHOD_OTHER = -1, METHOD_POST = 1, METHOD_GET = 2 };
 

@@ -1,25 +1,6 @@
-// The request driver: the interpreter's global record, start-up, the
-// response header, the page run and the one way out of the process.
+// The request driver: start-up, the response header, the page run and the
+// one way out of the process.
 #pragma once
-#include "values/avl_tree.h"
-#include "values/block_heap.h"
-
-struct V_FILE;
-struct V_FUN;
-struct V_USER;
-
-struct V_BUFFERS {
-    V_FILE *files;       // loaded page and include files, newest first
-    V_FUN *functions;    // user functions
-    V_USER *v_USER;      // live variables
-    V_USER *freelist;    // kept empty
-    avl_tree_t vtree;    // variables by name
-    avl_tree_t ftree;    // user functions by name
-    avl_tree_t ctree;    // command words
-    V_heap *hp;          // the request heap
-};
-
-extern V_BUFFERS v_BUFFERS;
 
 constexpr const char *V_BANNER = "Vorn v.6.7";
 

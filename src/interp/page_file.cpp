@@ -11,6 +11,7 @@
 #include "interp/dispatcher.h"
 #include "interp/loops.h"
 #include "values/arguments.h"
+#include "values/buffers.h"
 #include "values/output.h"
 #include "values/substitution.h"
 #include "values/variables.h"

@@ -9,8 +9,8 @@
 #include <sys/shm.h>
 
 #include "driver/diagnostics.h"
-#include "driver/request.h"
 #include "values/arguments.h"
+#include "values/buffers.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 

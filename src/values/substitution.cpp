@@ -17,7 +17,6 @@
 
 #include "db/sql_commands.h"
 #include "driver/diagnostics.h"
-#include "driver/request.h"
 #include "form/url_codec.h"
 #include "interp/conditions.h"
 #include "interp/expressions.h"
@@ -26,6 +25,7 @@
 #include "interp/page_file.h"
 #include "sys/streams.h"
 #include "values/arguments.h"
+#include "values/buffers.h"
 #include "values/dates.h"
 #include "values/escapes.h"
 #include "values/output.h"

@@ -7,7 +7,6 @@
 #include <string>
 
 #include "driver/diagnostics.h"
-#include "driver/request.h"
 #include "interp/conditions.h"
 #include "values/variables.h"
 
