@@ -1,29 +1,23 @@
 // The <@if>/<@elif>/<@else> construct with its one-line form, the string,
-// integer and float comparisons, like-patterns with their cache, value tests.
+// integer and float comparisons and the value tests.
 #include "interp/conditions.h"
 
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "values/block_heap.h"
 #include "driver/diagnostics.h"
 #include "interp/dispatcher.h"
 #include "interp/loops.h"
 #include "interp/page_file.h"
-#include "patt/wildcard.h"
+#include "patt/like.h"
 #include "sys/streams.h"
 #include "values/arguments.h"
 #include "values/substitution.h"
 #include "values/variables.h"
-
-pattCACHE v_pattCACHE[V_PATT_CACHE];
-static int curr;   // the cache slot filled last
 
 // February always has 29 days: dates are checked for form, not for the
 // calendar.
@@ -98,79 +92,6 @@ int V_user_fcmp(double left, const char *op, double right) {
     return -1;
 }
 
-/* ---- like-patterns ---- */
-
-int V_CMPexec(const char *patt, const char *val) {
-    if (!patt) patt = "";
-    if (!val) val = "";
-    int i = 0;
-    for (; i < V_PATT_CACHE && v_pattCACHE[i].patt; i++)
-        if (!strcmp(v_pattCACHE[i].patt, patt))
-            return kor_EXEpatt(v_pattCACHE[i].korPATT, val);
-    if (i < V_PATT_CACHE) {
-        curr = i;
-    } else {
-        // Full: evict in insertion order, whatever was used recently.
-        curr = (curr + 1) % V_PATT_CACHE;
-        kor_FREEpatt(v_pattCACHE[curr].korPATT);
-        free(v_pattCACHE[curr].patt);
-        v_pattCACHE[curr] = {};
-    }
-    pattCACHE *e = &v_pattCACHE[curr];
-    e->patt = strdup(patt);
-    if (!e->patt) {
-        ERRMSG("### No memory...");
-        return -1;
-    }
-    // A null list is also the compiled form of a pattern without elements
-    // ("" or "[]"); only a failed allocation is an error.
-    errno = 0;
-    e->korPATT = kor_LOADpatt(patt);
-    if (!e->korPATT && errno == ENOMEM) {
-        free(e->patt);
-        e->patt = nullptr;
-        ERRMSG("### No memory...");
-        return -1;
-    }
-    return kor_EXEpatt(e->korPATT, val);
-}
-
-// "||" binds weaker than "&&", but a part before "||" is taken whole: a&&b||c
-// is the single pattern "a&&b" or the pattern "c".
-int V_CMPpatt(const char *patt, const char *val) {
-    if (!patt) patt = "";
-    char *copy = strdup(patt);
-    if (!copy) {
-        ERRMSG("### No memory...");
-        return -1;
-    }
-    char *p = copy;
-    int result;
-    for (;;) {
-        char *sep = strstr(p, "||");
-        if (!sep) break;
-        *sep = 0;
-        if (V_CMPexec(p, val) != -1) {
-            free(copy);
-            return 0;
-        }
-        p = sep + 2;
-    }
-    for (;;) {
-        char *sep = strstr(p, "&&");
-        if (!sep) break;
-        *sep = 0;
-        if (V_CMPexec(p, val) == -1) {
-            free(copy);
-            return -1;
-        }
-        p = sep + 2;
-    }
-    result = V_CMPexec(p, val);
-    free(copy);
-    return result;
-}
-
 /* ---- value-form tests ---- */
 
 int V_check_int(const char *text) {
@@ -213,20 +134,6 @@ int V_check_date(const char *text) {
     if (month < 1 || month > 12) return -1;
     if (day < 1 || day > daylong[month - 1]) return -1;
     return 0;
-}
-
-char *V_today(V_heap *hp) {
-    if (!hp) return nullptr;
-    time_t now = time(nullptr);
-    struct tm tm;
-    if (!localtime_r(&now, &tm)) return nullptr;
-    int year = tm.tm_year + 1900, month = tm.tm_mon + 1, day = tm.tm_mday;
-    if (year < 0 || year > 9999) year = 9999;   // keeps the text 10 bytes
-    char *s = (char *)V_heap_alloc(hp, 11);
-    if (!s) return nullptr;
-    snprintf(s, 11, "%04u-%02u-%02u", (unsigned)year % 10000u, (unsigned)month % 100u,
-             (unsigned)day % 100u);
-    return s;
 }
 
 /* ---- <@if> ---- */

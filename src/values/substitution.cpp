@@ -18,7 +18,6 @@
 #include "db/sql_commands.h"
 #include "driver/diagnostics.h"
 #include "form/url_codec.h"
-#include "interp/conditions.h"
 #include "interp/expressions.h"
 #include "interp/functions.h"
 #include "interp/options.h"

@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "driver/diagnostics.h"
-#include "interp/conditions.h"
+#include "patt/like.h"
 #include "values/buffers.h"
 
 namespace {
