@@ -1,21 +1,15 @@
 // Diagnostics: the fatal error routine with its one-shot lock, the trace
-// switched on by marker files in the home directory, and the debug file.
+// switched on by marker files in the home directory, the debug file and the
+// exit. Everything it needs from the layers above comes through the hooks
+// the driver installs, so that any module may include it.
 #include "driver/diagnostics.h"
 
 #include "base/directories.h"
 #include "base/tmp_files.h"
-#include "values/block_heap.h"
-#include "driver/environment.h"
-#include "driver/request.h"
-#include "interp/page_file.h"
-#include "values/buffers.h"
-#include "values/output.h"
 
 #include <cerrno>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -24,6 +18,25 @@ int Trace;
 int Debug;
 
 static int err_locked;
+
+// The defaults serve until the driver installs its hooks: an error goes to
+// standard error, and nothing is cleaned up before the exit.
+static void error_to_stderr(const char *message)
+{
+    fprintf(stderr, "ERROR: %s\n", message);
+}
+
+static void nothing_before_exit() {}
+
+static FILE *standard_output()
+{
+    return stdout;
+}
+
+static void no_heap_figures(FILE *) {}
+
+static V_DIAG_HOOKS hooks = {error_to_stderr, nothing_before_exit, standard_output,
+                             no_heap_figures};
 
 static FILE *trace_fp;       // log file of Trace 2 and 3
 static int trace_ready;
@@ -36,6 +49,14 @@ static int tm_ready;
 static long tm_start;
 static long tm_prev_sec;
 static long tm_prev_usec;
+
+void V_set_diag_hooks(const V_DIAG_HOOKS &installed)
+{
+    hooks.error_page = installed.error_page ? installed.error_page : error_to_stderr;
+    hooks.before_exit = installed.before_exit ? installed.before_exit : nothing_before_exit;
+    hooks.page_out = installed.page_out ? installed.page_out : standard_output;
+    hooks.heap_figures = installed.heap_figures ? installed.heap_figures : no_heap_figures;
+}
 
 void PrintTM(FILE *fp)
 {
@@ -101,18 +122,6 @@ static void trace_setup()
     }
 }
 
-static void trace_heap_figures(FILE *fp)
-{
-    V_heap *hp = v_BUFFERS.hp;
-    heapblock_t *mb = hp ? hp->smallreq : nullptr;
-    fprintf(fp, " hp: %d ", (int)(intptr_t)hp);
-    fflush(fp);
-    fprintf(fp, " mb: %d ", (int)(intptr_t)mb);
-    fflush(fp);
-    fprintf(fp, "m_used: %d =====\n", mb ? (int)mb->m_used : -1);
-    fflush(fp);
-}
-
 int V_TRACE(const char *fmt, ...)
 {
     // The hot path: every module traces freely, so "off" must stay cheap.
@@ -125,7 +134,7 @@ int V_TRACE(const char *fmt, ...)
     if (!Trace)
         return 0;
 
-    FILE *fp = Trace == 1 ? V_out() : trace_fp;
+    FILE *fp = Trace == 1 ? hooks.page_out() : trace_fp;
     if (!fp)
         return 0;
     if (Trace == 1)
@@ -139,7 +148,7 @@ int V_TRACE(const char *fmt, ...)
         fputs("</pre></h3><hr>\n", fp);
     fflush(fp);
     if (Trace == 3)
-        trace_heap_figures(fp);
+        hooks.heap_figures(fp);
     return 0;
 }
 
@@ -181,16 +190,6 @@ void V_DEBUG(const char *fmt, ...)
         fflush(debug_fp);
 }
 
-// The closing table tags end up to three tables the page had opened, so
-// that the message shows whatever came before. The message often carries
-// request text (a page name, the Host header): it is written as text.
-static void write_error_box(const char *message)
-{
-    fputs("</table></table></table><hr><h3><pre>\n ", stdout);
-    V_write_escaped(stdout, message);
-    fputs(" \n</pre></h3><hr>", stdout);
-}
-
 int ERRMSG(const char *fmt, ...)
 {
     V_TRACE("ERRMSG: locked= %d :: msgfmt= %s \n", err_locked, fmt);
@@ -204,25 +203,16 @@ int ERRMSG(const char *fmt, ...)
     vsnprintf(V_ERRMSG, sizeof V_ERRMSG, fmt, ap);
     va_end(ap);
     V_TRACE("V_ERRMSG: %s", V_ERRMSG);
-
-    V_header();
-    if (!V_ERROR) {
-        if (!getenv("REQUEST_METHOD"))
-            printf("Usage:\n\tVorn script [-Var Value [-Var2 Value2 [..]]]\n\nERROR: %s\n",
-                   V_ERRMSG);
-        else
-            write_error_box(V_ERRMSG);
-        V_exit(-2);
-    }
-
-    // The error page always goes to the response, whatever the page had
-    // redirected its output to.
-    if (V_fp) {
-        if (V_fp != stdout)
-            fclose(V_fp);
-        V_fp = nullptr;
-    }
-    V_stdout = nullptr;
-    V_printfile(V_ERROR, 1);
+    hooks.error_page(V_ERRMSG);
     V_exit(-2);
+}
+
+void V_exit(int code)
+{
+    V_TRACE("V_exit( %d );", code);
+    hooks.before_exit();
+    V_TRACE("V_exit: exit...");
+    fflush(stdout);
+    // A fatal end (-2) shows to the parent as 255.
+    exit(code == -2 ? 255 : code);
 }

@@ -130,18 +130,55 @@ int V_action()
     return V_printfile(V_PAGE, 1);
 }
 
-void V_exit(int code)
+// The closing table tags end up to three tables the page had opened, so
+// that the message shows whatever came before. The message often carries
+// request text (a page name, the Host header): it is written as text.
+static void write_error_box(const char *message)
 {
-    V_TRACE("V_exit( %d );", code);
+    fputs("</table></table></table><hr><h3><pre>\n ", stdout);
+    V_write_escaped(stdout, message);
+    fputs(" \n</pre></h3><hr>", stdout);
+}
+
+// The error routine's page: the site's error page when there is one, else
+// the message in a box (under a web server) or after the usage text.
+static void show_error_page(const char *message)
+{
+    V_header();
+    if (!V_ERROR) {
+        if (!getenv("REQUEST_METHOD"))
+            printf("Usage:\n\tVorn script [-Var Value [-Var2 Value2 [..]]]\n\nERROR: %s\n",
+                   message);
+        else
+            write_error_box(message);
+        return;
+    }
+
+    // The error page always goes to the response, whatever the page had
+    // redirected its output to.
+    if (V_fp) {
+        if (V_fp != stdout)
+            fclose(V_fp);
+        V_fp = nullptr;
+    }
+    V_stdout = nullptr;
+    V_printfile(V_ERROR, 1);
+}
+
+// What ends with the request: the database session commits, and the
+// request's temporary file goes.
+static void end_request()
+{
     V_finish();
     char path[1024];
     int n = snprintf(path, sizeof path, "%s/V.%d", TMP_DIR ? TMP_DIR : "/tmp", (int)getpid());
     if (n > 0 && n < (int)sizeof path)
         unlink(path);
-    V_TRACE("V_exit: exit...");
-    fflush(stdout);
-    // A fatal end (-2) shows to the parent as 255.
-    exit(code == -2 ? 255 : code);
+}
+
+void V_install_hooks()
+{
+    V_set_diag_hooks({show_error_page, end_request, V_out, V_heap_figures});
 }
 
 int V_main(int argc, char **argv)

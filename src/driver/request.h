@@ -5,8 +5,11 @@
 constexpr const char *V_BANNER = "Vorn v.6.7";
 
 int V_main(int argc, char **argv);   // the whole request; never returns
+// Hands the lower layers what they reach upward through hooks: the error
+// page and the end of the request (diagnostics), the page stream and the
+// heap figures for the trace. main calls it first; the unit tests as well.
+void V_install_hooks();
 void V_start();
 void V_header();
 int V_checkpage(const char *page);
 int V_action();
-[[noreturn]] void V_exit(int code);

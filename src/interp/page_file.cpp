@@ -7,7 +7,6 @@
 #include <cstring>
 
 #include "driver/diagnostics.h"
-#include "driver/request.h"
 #include "interp/dispatcher.h"
 #include "interp/loops.h"
 #include "values/arguments.h"

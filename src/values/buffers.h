@@ -3,6 +3,8 @@
 // It sits in the value layer, under all of its users; each tree's module
 // (variables, functions, dispatcher, page files) is the one that fills it.
 #pragma once
+#include <cstdio>
+
 #include "values/avl_tree.h"
 #include "values/block_heap.h"
 
@@ -22,3 +24,7 @@ struct V_BUFFERS {
 };
 
 extern V_BUFFERS v_BUFFERS;
+
+// Writes the request heap's address, its newest small block and that
+// block's use to fp, flushing after each (the tail of a Trace 3 line).
+void V_heap_figures(FILE *fp);
