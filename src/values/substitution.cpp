@@ -18,7 +18,6 @@
 #include "db/sql_commands.h"
 #include "driver/diagnostics.h"
 #include "form/url_codec.h"
-#include "interp/expressions.h"
 #include "interp/functions.h"
 #include "interp/options.h"
 #include "interp/page_file.h"
@@ -27,6 +26,7 @@
 #include "values/buffers.h"
 #include "values/dates.h"
 #include "values/escapes.h"
+#include "values/expressions.h"
 #include "values/output.h"
 #include "values/variables.h"
 
