@@ -19,7 +19,6 @@
 #include "driver/diagnostics.h"
 #include "form/url_codec.h"
 #include "interp/functions.h"
-#include "interp/options.h"
 #include "interp/page_file.h"
 #include "sys/streams.h"
 #include "values/arguments.h"

@@ -12,7 +12,6 @@
 #include <string>
 
 #include "db/sql_commands.h"
-#include "interp/options.h"
 #include "values/output.h"
 #include "values/substitution.h"
 #include "values/variables.h"
