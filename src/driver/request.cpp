@@ -11,6 +11,7 @@
 #include "form/url_codec.h"
 #include "form/urlencoded.h"
 #include "interp/page_file.h"
+#include "interp/value_names.h"
 #include "values/buffers.h"
 #include "values/output.h"
 #include "values/variables.h"
@@ -179,6 +180,7 @@ static void end_request()
 void V_install_hooks()
 {
     V_set_diag_hooks({show_error_page, end_request, V_out, V_heap_figures});
+    V_set_value_rows(v_INTERP_VALUES);
 }
 
 int V_main(int argc, char **argv)
