@@ -7,7 +7,6 @@
 #include <memory>
 
 #include "driver/diagnostics.h"
-#include "form/urlencoded.h"
 
 char *makeword(char *line, char stop) {
     int n = 0;
