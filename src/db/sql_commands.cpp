@@ -12,7 +12,7 @@
 #include "driver/diagnostics.h"
 #include "interp/functions.h"
 #include "interp/loops.h"
-#include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "sys/streams.h"
 #include "values/substitution.h"
 #include "values/variables.h"

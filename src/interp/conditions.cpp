@@ -12,7 +12,7 @@
 #include "driver/diagnostics.h"
 #include "interp/dispatcher.h"
 #include "interp/loops.h"
-#include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "patt/like.h"
 #include "sys/streams.h"
 #include "values/arguments.h"

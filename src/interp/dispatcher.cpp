@@ -13,6 +13,7 @@
 #include "interp/loops.h"
 #include "interp/options.h"
 #include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "sys/processes.h"
 #include "sys/shared_memory.h"
 #include "sys/streams.h"

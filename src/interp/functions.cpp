@@ -7,7 +7,7 @@
 
 #include "driver/diagnostics.h"
 #include "interp/loops.h"
-#include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "values/arguments.h"
 #include "values/buffers.h"
 #include "values/substitution.h"

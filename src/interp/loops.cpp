@@ -10,7 +10,7 @@
 
 #include "driver/diagnostics.h"
 #include "interp/dispatcher.h"
-#include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "values/arguments.h"
 #include "values/substitution.h"
 #include "values/variables.h"

@@ -25,7 +25,7 @@
 
 #include "interp/conditions.h"
 #include "interp/dispatcher.h"
-#include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "values/arguments.h"
 #include "values/substitution.h"
 
