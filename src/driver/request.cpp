@@ -4,12 +4,12 @@
 
 #include "base/directories.h"
 #include "db/session.h"
-#include "driver/cookies.h"
 #include "driver/diagnostics.h"
 #include "driver/environment.h"
 #include "form/multipart.h"
 #include "form/url_codec.h"
 #include "form/urlencoded.h"
+#include "interp/cookies.h"
 #include "interp/page_file.h"
 #include "interp/value_names.h"
 #include "values/buffers.h"

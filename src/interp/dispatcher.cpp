@@ -6,9 +6,9 @@
 #include <cstring>
 
 #include "db/sql_commands.h"
-#include "driver/cookies.h"
 #include "driver/diagnostics.h"
 #include "interp/conditions.h"
+#include "interp/cookies.h"
 #include "interp/functions.h"
 #include "interp/loops.h"
 #include "interp/options.h"
