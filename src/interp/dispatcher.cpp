@@ -7,6 +7,7 @@
 
 #include "db/sql_commands.h"
 #include "driver/diagnostics.h"
+#include "interp/assignments.h"
 #include "interp/conditions.h"
 #include "interp/cookies.h"
 #include "interp/functions.h"
@@ -17,7 +18,6 @@
 #include "sys/processes.h"
 #include "sys/shared_memory.h"
 #include "sys/streams.h"
-#include "values/assignments.h"
 #include "values/buffers.h"
 
 const cmd_t v_CMD[V_CMD_COUNT] = {
