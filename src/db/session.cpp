@@ -8,9 +8,9 @@
 #include <cstring>
 
 #include "base/directories.h"
-#include "values/block_heap.h"
 #include "db/engine.h"
 #include "driver/diagnostics.h"
+#include "values/block_heap.h"
 
 V_CURSOR v_CUR[V_MAX_CURSORS];
 

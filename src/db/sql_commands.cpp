@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "values/block_heap.h"
 #include "db/cursor_ids.h"
 #include "db/session.h"
 #include "driver/diagnostics.h"
@@ -14,6 +13,7 @@
 #include "interp/loops.h"
 #include "interp/page_reader.h"
 #include "sys/streams.h"
+#include "values/block_heap.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 

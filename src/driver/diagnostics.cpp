@@ -4,14 +4,14 @@
 // the driver installs, so that any module may include it.
 #include "driver/diagnostics.h"
 
-#include "base/directories.h"
-#include "base/tmp_files.h"
-
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
 #include <sys/time.h>
 #include <unistd.h>
+
+#include "base/directories.h"
+#include "base/tmp_files.h"
 
 char V_ERRMSG[V_ERRMSG_SIZE];
 int Trace;

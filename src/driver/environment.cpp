@@ -2,12 +2,6 @@
 // host, the fixed variables, and the confinement of the page and error page.
 #include "driver/environment.h"
 
-#include "base/directories.h"
-#include "driver/diagnostics.h"
-#include "form/urlencoded.h"
-#include "values/arguments.h"
-#include "values/variables.h"
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +9,12 @@
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "base/directories.h"
+#include "driver/diagnostics.h"
+#include "form/urlencoded.h"
+#include "values/arguments.h"
+#include "values/variables.h"
 
 char *V_BASE;
 int V_BASE_hold;

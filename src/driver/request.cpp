@@ -2,6 +2,11 @@
 // line, the response header, the page run, exit.
 #include "driver/request.h"
 
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
 #include "base/directories.h"
 #include "db/session.h"
 #include "driver/diagnostics.h"
@@ -15,11 +20,6 @@
 #include "values/buffers.h"
 #include "values/output.h"
 #include "values/variables.h"
-
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <unistd.h>
 
 enum { METHOD_OTHER = -1, METHOD_POST = 1, METHOD_GET = 2 };
 

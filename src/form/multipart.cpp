@@ -11,8 +11,8 @@
 #include <memory>
 #include <unistd.h>
 
-#include "driver/diagnostics.h"
 #include "base/tmp_files.h"
+#include "driver/diagnostics.h"
 #include "form/url_codec.h"
 #include "form/urlencoded.h"
 

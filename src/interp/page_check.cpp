@@ -6,9 +6,6 @@
 // are followed after it, once each and as deep as the interpreter runs them.
 #include "interp/page_check.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -20,6 +17,8 @@
 #include <new>
 #include <set>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 

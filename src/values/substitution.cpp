@@ -4,18 +4,17 @@
 // database, a stream, the page run) are rows installed at start-up.
 #include "values/substitution.h"
 
-#include <crypt.h>
-#include <sys/time.h>
-#include <unistd.h>
-
 #include <cctype>
-#include <cstdarg>
 #include <climits>
+#include <crypt.h>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <sys/time.h>
+#include <unistd.h>
 
 #include "driver/diagnostics.h"
 #include "form/url_codec.h"
