@@ -17,38 +17,99 @@ char V_ERRMSG[V_ERRMSG_SIZE];
 int Trace;
 int Debug;
 
-static int err_locked;
+namespace {
+
+int err_locked;
 
 // The defaults serve until the driver installs its hooks: an error goes to
 // standard error, and nothing is cleaned up before the exit.
-static void error_to_stderr(const char *message)
+void error_to_stderr(const char *message)
 {
     fprintf(stderr, "ERROR: %s\n", message);
 }
 
-static void nothing_before_exit() {}
+void nothing_before_exit() {}
 
-static FILE *standard_output()
+FILE *standard_output()
 {
     return stdout;
 }
 
-static void no_heap_figures(FILE *) {}
+void no_heap_figures(FILE *) {}
 
-static V_DIAG_HOOKS hooks = {error_to_stderr, nothing_before_exit, standard_output,
-                             no_heap_figures};
+V_DIAG_HOOKS hooks = {error_to_stderr, nothing_before_exit, standard_output,
+                      no_heap_figures};
 
-static FILE *trace_fp;       // log file of Trace 2 and 3
-static int trace_ready;
-static FILE *debug_fp;
-static int debug_ready;
-static bool debug_refused;   // its name was held by another file: no more tries
+FILE *trace_fp;       // log file of Trace 2 and 3
+int trace_ready;
+FILE *debug_fp;
+int debug_ready;
+bool debug_refused;   // its name was held by another file: no more tries
 
 // The clock shared by trace and debug lines.
-static int tm_ready;
-static long tm_start;
-static long tm_prev_sec;
-static long tm_prev_usec;
+int tm_ready;
+long tm_start;
+long tm_prev_sec;
+long tm_prev_usec;
+
+int home_file_exists(const char *name)
+{
+    char path[1024];
+    int n = snprintf(path, sizeof path, "%s/%s", V_HOME, name);
+    if (n < 0 || n >= (int)sizeof path)
+        return 0;
+    return access(path, F_OK) == 0;
+}
+
+// Opens the trace or debug file name.PID in the temporary directory. A name
+// held by a link or by a file not ours alone is refused with one line in the
+// web server's log, naming the file as `what`; errno is kept for the caller.
+FILE *open_tmp_file(const char *what, const char *name, TmpOpen how)
+{
+    char path[1024];
+    int n = snprintf(path, sizeof path, "%s/%s.%d", TMP_DIR ? TMP_DIR : "/tmp", name,
+                     (int)getpid());
+    if (n < 0 || n >= (int)sizeof path)
+        return nullptr;
+    FILE *f = V_open_tmp(path, how);
+    if (!f && V_tmp_refused(errno)) {
+        int err = errno;
+        V_tmp_report(what, path, err);
+        errno = err;
+    }
+    return f;
+}
+
+// Later markers override earlier ones, so V_LOG3 beats V_LOG beats V_TRACE.
+void trace_setup()
+{
+    trace_ready = 1;
+    if (home_file_exists("V_TRACE") || Trace == 1)
+        Trace = 1;
+    if (home_file_exists("V_LOG") || Trace == 2) {
+        trace_fp = open_tmp_file("trace file", "V_LOG", TmpOpen::Truncate);
+        Trace = 2;
+    }
+    if (home_file_exists("V_LOG3") || Trace == 3) {
+        if (trace_fp)
+            fclose(trace_fp);
+        trace_fp = open_tmp_file("trace file", "V_LOG3", TmpOpen::Truncate);
+        Trace = 3;
+    }
+}
+
+void debug_setup()
+{
+    if (!V_HOME)
+        return;
+    debug_ready = 1;
+    if (home_file_exists("V_DEBUG"))
+        Debug = 1;
+    if (home_file_exists("V_DEBUG2"))
+        Debug = 2;
+}
+
+}  // namespace
 
 void V_set_diag_hooks(const V_DIAG_HOOKS &installed)
 {
@@ -74,52 +135,6 @@ void PrintTM(FILE *fp)
                 (int)since_prev);
     tm_prev_sec = now.tv_sec;
     tm_prev_usec = now.tv_usec;
-}
-
-static int home_file_exists(const char *name)
-{
-    char path[1024];
-    int n = snprintf(path, sizeof path, "%s/%s", V_HOME, name);
-    if (n < 0 || n >= (int)sizeof path)
-        return 0;
-    return access(path, F_OK) == 0;
-}
-
-// Opens the trace or debug file name.PID in the temporary directory. A name
-// held by a link or by a file not ours alone is refused with one line in the
-// web server's log, naming the file as `what`; errno is kept for the caller.
-static FILE *open_tmp_file(const char *what, const char *name, TmpOpen how)
-{
-    char path[1024];
-    int n = snprintf(path, sizeof path, "%s/%s.%d", TMP_DIR ? TMP_DIR : "/tmp", name,
-                     (int)getpid());
-    if (n < 0 || n >= (int)sizeof path)
-        return nullptr;
-    FILE *f = V_open_tmp(path, how);
-    if (!f && V_tmp_refused(errno)) {
-        int err = errno;
-        V_tmp_report(what, path, err);
-        errno = err;
-    }
-    return f;
-}
-
-// Later markers override earlier ones, so V_LOG3 beats V_LOG beats V_TRACE.
-static void trace_setup()
-{
-    trace_ready = 1;
-    if (home_file_exists("V_TRACE") || Trace == 1)
-        Trace = 1;
-    if (home_file_exists("V_LOG") || Trace == 2) {
-        trace_fp = open_tmp_file("trace file", "V_LOG", TmpOpen::Truncate);
-        Trace = 2;
-    }
-    if (home_file_exists("V_LOG3") || Trace == 3) {
-        if (trace_fp)
-            fclose(trace_fp);
-        trace_fp = open_tmp_file("trace file", "V_LOG3", TmpOpen::Truncate);
-        Trace = 3;
-    }
 }
 
 int V_TRACE(const char *fmt, ...)
@@ -150,17 +165,6 @@ int V_TRACE(const char *fmt, ...)
     if (Trace == 3)
         hooks.heap_figures(fp);
     return 0;
-}
-
-static void debug_setup()
-{
-    if (!V_HOME)
-        return;
-    debug_ready = 1;
-    if (home_file_exists("V_DEBUG"))
-        Debug = 1;
-    if (home_file_exists("V_DEBUG2"))
-        Debug = 2;
 }
 
 void V_DEBUG(const char *fmt, ...)

@@ -21,6 +21,8 @@ int V_BASE_hold;
 char *V_PAGE;
 char *V_ERROR;
 
+namespace {
+
 constexpr int ENV_LINE = 3000;
 constexpr int ENV_BUFFER = 4096;
 constexpr int CONFIG_LINE = 100;
@@ -30,14 +32,12 @@ constexpr int PID_SIZE = 20;
 constexpr int CHECK_SIZE = 500;
 
 // putenv keeps pointers into this buffer for the life of the process.
-static char env_buffer[ENV_BUFFER];
-static int env_used;
+char env_buffer[ENV_BUFFER];
+int env_used;
 
-static char site_root[ROOT_SIZE];
-static char base_name[BASE_SIZE];
-static char pid_text[PID_SIZE];
-
-namespace {
+char site_root[ROOT_SIZE];
+char base_name[BASE_SIZE];
+char pid_text[PID_SIZE];
 
 constexpr const char *DEFAULT_PAGE_SUFFIXES = ".html .htm";
 constexpr const char *ALWAYS_PAGES[] = {"v.page", "v.error"};
@@ -47,28 +47,7 @@ bool ends_with(std::string_view text, std::string_view tail)
     return text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail;
 }
 
-}  // namespace
-
-bool V_serving_request()
-{
-    return getenv("REQUEST_METHOD") != nullptr;
-}
-
-// The database login belongs to the site (v.env, v.config, the page): a
-// visitor who could send V_USER and V_PASSWD would choose the role the
-// page runs under. VORN_REQUEST_LOGIN=on lets a site take them from forms.
-bool V_request_may_set(const char *name)
-{
-    if (strcmp(name, "V_USER") && strcmp(name, "V_PASSWD"))
-        return true;
-    const char *setting = getenv("VORN_REQUEST_LOGIN");
-    if (setting && !strcmp(setting, "on"))
-        return true;
-    V_TRACE("V_values: request value of %s dropped\n", name);
-    return false;
-}
-
-static int env_store(const char *setting)
+int env_store(const char *setting)
 {
     int len = (int)strlen(setting);
     if (len + 1 > ENV_BUFFER - env_used)
@@ -80,25 +59,25 @@ static int env_store(const char *setting)
     return 0;
 }
 
-static int file_exists(const char *dir, const char *name)
+int file_exists(const char *dir, const char *name)
 {
     char path[1024];
     int n = snprintf(path, sizeof path, "%s/%s", dir, name);
     return n > 0 && n < (int)sizeof path && access(path, F_OK) == 0;
 }
 
-static int is_regular(const char *path)
+int is_regular(const char *path)
 {
     struct stat st;
     return stat(path, &st) == 0 && S_ISREG(st.st_mode);
 }
 
-static char *keep(const char *text)
+char *keep(const char *text)
 {
     return strdup(text ? text : "");
 }
 
-static void find_home()
+void find_home()
 {
     const char *home = getenv("V_HOME");
     if (home) {
@@ -115,7 +94,7 @@ static void find_home()
     V_HOME = keep(".");
 }
 
-static void load_env_file()
+void load_env_file()
 {
     char path[1024];
     int n = snprintf(path, sizeof path, "%s/v.env", V_HOME);
@@ -136,26 +115,7 @@ static void load_env_file()
     fclose(fp);
 }
 
-void V_env()
-{
-    // A "Proxy:" request header reaches a CGI program as HTTP_PROXY, where
-    // it would send the requests of every command a page starts through the
-    // visitor's proxy. It goes before v.env, which may set the site's own.
-    if (getenv("REQUEST_METHOD"))
-        unsetenv("HTTP_PROXY");
-    // V_HOME is settled before v.env, which therefore cannot move it.
-    find_home();
-    load_env_file();
-    const char *tmp = getenv("TMP_DIR");
-    if (tmp) {
-        TMP_DIR = keep(tmp);
-        return;
-    }
-    TMP_DIR = keep("/tmp");
-    env_store("TMP_DIR=/tmp");
-}
-
-static void host_key(char *key, int size)
+void host_key(char *key, int size)
 {
     const char *host = getenv("HTTP_HOST");
     if (host) {
@@ -169,7 +129,7 @@ static void host_key(char *key, int size)
 
 // Fills site_root, base_name and hold from the first line for key; each
 // word is scanned into a line-sized buffer and cut to its own field after.
-static void read_config(const char *key, int *hold)
+void read_config(const char *key, int *hold)
 {
     char path[1024];
     snprintf(path, sizeof path, "%s/v.config", V_HOME);
@@ -203,7 +163,7 @@ static void read_config(const char *key, int *hold)
     fclose(fp);
 }
 
-static void put_fixed_values(const char *prog)
+void put_fixed_values(const char *prog)
 {
     V_put_value("V_ROOT", site_root, 1, 0);
     V_put_value("V_HOME", V_HOME, 1, 0);
@@ -213,7 +173,7 @@ static void put_fixed_values(const char *prog)
     V_put_value("V_PROG", slash ? slash + 1 : prog, 1, 0);
 }
 
-static void form_to_variables()
+void form_to_variables()
 {
     for (int i = 0; i < V_ENT_MAX && ent[i].name; i++) {
         if (ent[i].val && ent[i].val[0] && V_request_may_set(ent[i].name))
@@ -223,13 +183,98 @@ static void form_to_variables()
 
 // The globals keep their own copies, so a page that later assigns the
 // variables cannot pull the text from under them.
-static char *checked_value(const char *root, const char *name, bool pages_only)
+char *checked_value(const char *root, const char *name, bool pages_only)
 {
     if (!V_get_user(name))
         return nullptr;
     V_check_name(root, name, pages_only);
     char *value = V_get_value(name);
     return value ? keep(value) : nullptr;
+}
+
+void collapse_slashes(char *path)
+{
+    for (int changed = 1; changed;) {
+        changed = 0;
+        char *p;
+        while ((p = strstr(path, "//"))) {
+            memmove(p, p + 1, strlen(p + 1) + 1);
+            changed = 1;
+        }
+        while ((p = strstr(path, "/./"))) {
+            memmove(p, p + 2, strlen(p + 2) + 1);
+            changed = 1;
+        }
+    }
+}
+
+// A value lies under root only when root is followed by a "/" or ends the
+// value: "/site2/x" is not under "/site".
+int under_root(const char *root, const char *value)
+{
+    size_t n = strlen(root);
+    if (strncmp(value, root, n))
+        return 0;
+    return n == 0 || root[n - 1] == '/' || value[n] == '/' || value[n] == 0;
+}
+
+int climbs_out(const char *rest)
+{
+    int depth = 0;
+    while (*rest) {
+        const char *end = strchr(rest, '/');
+        size_t len = end ? (size_t)(end - rest) : strlen(rest);
+        if (len == 2 && !strncmp(rest, "..", 2)) {
+            if (--depth < 0)
+                return 1;
+        } else if (len && !(len == 1 && rest[0] == '.')) {
+            depth++;
+        }
+        rest += len;
+        if (*rest == '/')
+            rest++;
+    }
+    return 0;
+}
+
+}  // namespace
+
+bool V_serving_request()
+{
+    return getenv("REQUEST_METHOD") != nullptr;
+}
+
+// The database login belongs to the site (v.env, v.config, the page): a
+// visitor who could send V_USER and V_PASSWD would choose the role the
+// page runs under. VORN_REQUEST_LOGIN=on lets a site take them from forms.
+bool V_request_may_set(const char *name)
+{
+    if (strcmp(name, "V_USER") && strcmp(name, "V_PASSWD"))
+        return true;
+    const char *setting = getenv("VORN_REQUEST_LOGIN");
+    if (setting && !strcmp(setting, "on"))
+        return true;
+    V_TRACE("V_values: request value of %s dropped\n", name);
+    return false;
+}
+
+void V_env()
+{
+    // A "Proxy:" request header reaches a CGI program as HTTP_PROXY, where
+    // it would send the requests of every command a page starts through the
+    // visitor's proxy. It goes before v.env, which may set the site's own.
+    if (getenv("REQUEST_METHOD"))
+        unsetenv("HTTP_PROXY");
+    // V_HOME is settled before v.env, which therefore cannot move it.
+    find_home();
+    load_env_file();
+    const char *tmp = getenv("TMP_DIR");
+    if (tmp) {
+        TMP_DIR = keep(tmp);
+        return;
+    }
+    TMP_DIR = keep("/tmp");
+    env_store("TMP_DIR=/tmp");
 }
 
 void V_values(const char *prog)
@@ -266,51 +311,6 @@ void V_values(const char *prog)
     V_default_names(site_root);
     if (!V_PAGE)
         ERRMSG("### Not found V_PAGE value...");
-}
-
-static void collapse_slashes(char *path)
-{
-    for (int changed = 1; changed;) {
-        changed = 0;
-        char *p;
-        while ((p = strstr(path, "//"))) {
-            memmove(p, p + 1, strlen(p + 1) + 1);
-            changed = 1;
-        }
-        while ((p = strstr(path, "/./"))) {
-            memmove(p, p + 2, strlen(p + 2) + 1);
-            changed = 1;
-        }
-    }
-}
-
-// A value lies under root only when root is followed by a "/" or ends the
-// value: "/site2/x" is not under "/site".
-static int under_root(const char *root, const char *value)
-{
-    size_t n = strlen(root);
-    if (strncmp(value, root, n))
-        return 0;
-    return n == 0 || root[n - 1] == '/' || value[n] == '/' || value[n] == 0;
-}
-
-static int climbs_out(const char *rest)
-{
-    int depth = 0;
-    while (*rest) {
-        const char *end = strchr(rest, '/');
-        size_t len = end ? (size_t)(end - rest) : strlen(rest);
-        if (len == 2 && !strncmp(rest, "..", 2)) {
-            if (--depth < 0)
-                return 1;
-        } else if (len && !(len == 1 && rest[0] == '.')) {
-            depth++;
-        }
-        rest += len;
-        if (*rest == '/')
-            rest++;
-    }
-    return 0;
 }
 
 int V_confine_path(const char *root, const char *value, char *out, int size)

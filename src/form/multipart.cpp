@@ -16,6 +16,8 @@
 #include "form/url_codec.h"
 #include "form/urlencoded.h"
 
+namespace {
+
 constexpr int LINE_MAX_BYTES = 500;    // header lines, and the boundary line
 constexpr int BOUNDARY_MAX = 297;
 constexpr int READ_CHUNK = 64 * 1024;
@@ -32,26 +34,22 @@ struct Input {
     long left;   // bytes of the declared length not yet read
 };
 
-static Input in;
-
-namespace {
+Input in;
 
 struct CloseFile {
     void operator()(FILE *f) const { fclose(f); }
 };
 using File = std::unique_ptr<FILE, CloseFile>;
 
-} // namespace
+char message[512];
 
-static char message[512];
-
-static int broken()
+int broken()
 {
     POST_errmsg = "Broken Input...";
     return -1;
 }
 
-static int fail(const char *fmt, const char *arg)
+int fail(const char *fmt, const char *arg)
 {
     // a long name or system message is cut at the message's size
     if (snprintf(message, sizeof message, fmt, arg) >= (int)sizeof message)
@@ -62,7 +60,7 @@ static int fail(const char *fmt, const char *arg)
 
 // Tops the buffer up so that at least `want` unread bytes are held, unless
 // the input ends first. Returns the number of unread bytes.
-static int fill(int want)
+int fill(int want)
 {
     while (in.len - in.pos < want && !in.eof) {
         if (in.pos > 0) {
@@ -82,7 +80,7 @@ static int fill(int want)
     return in.len - in.pos;
 }
 
-static int next_byte()
+int next_byte()
 {
     if (fill(1) < 1)
         return EOF;
@@ -91,7 +89,7 @@ static int next_byte()
 
 // One line without its CR bytes and LF, at most size - 1 bytes. True when
 // the read ran into the end of the input.
-static bool read_line(char *s, int size)
+bool read_line(char *s, int size)
 {
     int i = 0;
     for (;;) {
@@ -111,7 +109,7 @@ static bool read_line(char *s, int size)
 }
 
 // Skips the part's headers, up to and including the first empty line.
-static void skip_headers()
+void skip_headers()
 {
     char line[LINE_MAX_BYTES];
     while (!read_line(line, sizeof line) && line[0] != '\0') {
@@ -120,7 +118,7 @@ static void skip_headers()
 
 // Copies content up to the separator into out (may be null) and steps over
 // the separator. Returns the byte count, or -1 when the input ends first.
-static long copy_until(const char *sep, int seplen, FILE *out)
+long copy_until(const char *sep, int seplen, FILE *out)
 {
     long count = 0;
     for (;;) {
@@ -146,7 +144,7 @@ static long copy_until(const char *sep, int seplen, FILE *out)
 }
 
 // The text between marker and the next double quote, or false.
-static bool quoted_after(const char *line, const char *marker, char *out, int size)
+bool quoted_after(const char *line, const char *marker, char *out, int size)
 {
     const char *at = strstr(line, marker);
     if (!at)
@@ -160,7 +158,7 @@ static bool quoted_after(const char *line, const char *marker, char *out, int si
     return true;
 }
 
-static char *copy_string(const char *s)
+char *copy_string(const char *s)
 {
     size_t n = strlen(s) + 1;
     char *p = (char *)malloc(n);
@@ -171,7 +169,7 @@ static char *copy_string(const char *s)
 
 // An ordinary field: its content passes through the work file and comes
 // back as one string.
-static int read_field(entry *e, const char *sep, int seplen, FILE *work)
+int read_field(entry *e, const char *sep, int seplen, FILE *work)
 {
     V_TRACE("VALUE... \n");
     rewind(work);
@@ -194,8 +192,8 @@ static int read_field(entry *e, const char *sep, int seplen, FILE *work)
     return 0;
 }
 
-static int read_upload(entry *e, int index, const char *line, const char *tmp,
-                       const char *sep, int seplen)
+int read_upload(entry *e, int index, const char *line, const char *tmp,
+                const char *sep, int seplen)
 {
     char file[LINE_MAX_BYTES];
     quoted_after(line, "filename=\"", file, sizeof file);
@@ -240,7 +238,7 @@ static int read_upload(entry *e, int index, const char *line, const char *tmp,
 // post.input for diagnosis and read back from there. Null when no copy can be
 // made: the body is then read from standard input as it comes, and a refused
 // name is reported in the log.
-static FILE *traced_input(const char *tmp)
+FILE *traced_input(const char *tmp)
 {
     char path[4096];
     if (snprintf(path, sizeof path, "%s/post.input", tmp) >= (int)sizeof path)
@@ -265,13 +263,15 @@ static FILE *traced_input(const char *tmp)
 
 // The work file of field values, unlinked as soon as it is open so that it
 // is gone when the process ends. Null with errno set when it cannot be had.
-static FILE *work_file(const char *path)
+FILE *work_file(const char *path)
 {
     FILE *work = V_open_tmp(path, TmpOpen::Truncate);
     if (work)
         unlink(path);
     return work;
 }
+
+}  // namespace
 
 int E_POST_parser(entry *ent)
 {
