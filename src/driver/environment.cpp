@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "base/directories.h"
+#include "base/owners.h"
 #include "driver/diagnostics.h"
 #include "form/urlencoded.h"
 #include "values/arguments.h"
@@ -100,11 +101,11 @@ void load_env_file()
     int n = snprintf(path, sizeof path, "%s/v.env", V_HOME);
     if (n < 0 || n >= (int)sizeof path)
         return;
-    FILE *fp = fopen(path, "r");
+    File fp(fopen(path, "r"));
     if (!fp)
         return;
     char line[ENV_LINE];
-    while (fgets(line, sizeof line, fp)) {
+    while (fgets(line, sizeof line, fp.get())) {
         if (line[0] == '#' || !strchr(line, '='))
             continue;
         size_t len = strlen(line);
@@ -112,7 +113,6 @@ void load_env_file()
             line[len - 1] = 0;
         env_store(line);   // a line that no longer fits is skipped
     }
-    fclose(fp);
 }
 
 void host_key(char *key, int size)
@@ -136,7 +136,7 @@ void read_config(const char *key, int *hold)
     site_root[0] = 0;
     base_name[0] = 0;
     *hold = 0;
-    FILE *fp = fopen(path, "r");
+    File fp(fopen(path, "r"));
     if (!fp) {
         if (strcmp(key, "shell:00")) {
             ERRMSG("Cannot open V_HOME config file: %s", path);
@@ -147,7 +147,7 @@ void read_config(const char *key, int *hold)
         return;
     }
     char line[CONFIG_LINE];
-    while (fgets(line, sizeof line, fp)) {
+    while (fgets(line, sizeof line, fp.get())) {
         char w1[CONFIG_LINE] = "", w2[CONFIG_LINE] = "", w3[CONFIG_LINE] = "",
              w4[CONFIG_LINE] = "";
         sscanf(line, "%99s %99s %99s %99s", w1, w2, w3, w4);
@@ -160,7 +160,6 @@ void read_config(const char *key, int *hold)
         base_name[0] = 0;
         *hold = 0;
     }
-    fclose(fp);
 }
 
 void put_fixed_values(const char *prog)

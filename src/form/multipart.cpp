@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <memory>
 #include <unistd.h>
 
+#include "base/owners.h"
 #include "base/tmp_files.h"
 #include "driver/diagnostics.h"
 #include "form/url_codec.h"
@@ -35,11 +35,6 @@ struct Input {
 };
 
 Input in;
-
-struct CloseFile {
-    void operator()(FILE *f) const { fclose(f); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
 
 char message[512];
 
@@ -214,20 +209,18 @@ int read_upload(entry *e, int index, const char *line, const char *tmp,
     if (snprintf(path, sizeof path, "%s/%s..%d.%d", tmp, file, (int)getpid(), index) >= (int)sizeof path)
         return fail("Cannot create upload file: %s", file);
     // never written through a file or link planted under the same name
-    int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
-    FILE *out = fd < 0 ? nullptr : fdopen(fd, "wb");
+    Fd fd(open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600));
+    File out(fd ? fdopen(fd.get(), "wb") : nullptr);
     if (!out) {
-        int err = errno;
-        if (fd >= 0)
-            close(fd);
         char why[sizeof path + 64];
-        snprintf(why, sizeof why, "%s (%s)", path, strerror(err));
+        snprintf(why, sizeof why, "%s (%s)", path, strerror(errno));
         return fail("Cannot create upload file: %s", why);
     }
+    fd.release();   // the stream closes it now
     e->val = copy_string(path);
     skip_headers();
-    long count = copy_until(sep, seplen, out);
-    fclose(out);
+    long count = copy_until(sep, seplen, out.get());
+    out.reset();
     if (count < 0)
         return broken();
     read_line(rest, sizeof rest);

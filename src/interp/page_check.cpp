@@ -22,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/owners.h"
 #include "interp/conditions.h"
 #include "interp/dispatcher.h"
 #include "interp/page_reader.h"
@@ -38,11 +39,6 @@ constexpr long FILE_MAX = INT_MAX - 32;   // the largest file V_printfile loads
 
 const char CHECK_FLAG[] = "--check";
 const char INCLUDE_TAG[] = "<@include>";
-
-struct CloseFile {
-    void operator()(FILE *f) const { fclose(f); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
 
 // A block open at some line of the file being checked.
 struct Open {

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/owners.h"
 #include "driver/diagnostics.h"
 #include "interp/dispatcher.h"
 #include "interp/loops.h"
@@ -67,18 +68,18 @@ V_FILE *load_file(const char *fname, const struct stat &st)
     const char *no_open = "Cannot open file: ";
     if (st.st_size < 0 || st.st_size > INT_MAX - 32)
         file_failure(no_open, fname);
-    FILE *in = fopen(fname, "r");
+    File in(fopen(fname, "r"));
     if (!in)
         file_failure(no_open, fname);
     int size = (int)st.st_size;
     V_FILE *fp = (V_FILE *)page_alloc(sizeof(V_FILE));
     char *text = (char *)page_alloc((size_t)size + 16);
     if (!fp || !text) {
-        fclose(in);
+        in.reset();   // the failure ends the process without unwinding
         file_failure(no_open, fname);
     }
-    size_t got = fread(text, 1, (size_t)size, in);
-    fclose(in);
+    size_t got = fread(text, 1, (size_t)size, in.get());
+    in.reset();
     text[got] = 0;
     fp->text = text;
     fp->offset = 0;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/owners.h"
 #include "driver/diagnostics.h"
 #include "interp/loops.h"
 #include "values/arguments.h"
@@ -310,14 +311,13 @@ int V_File(V_FILE *page, char *buff, int compile, int ignore)
     int r = block_entry(page, buff, compile, ignore, "<@file>", "V_file", text, path);
     if (r <= 0)
         return r;
-    FILE *fp = fopen(path, "a");
+    File fp(fopen(path, "a"));
     if (!fp) {
         ERRMSG("V_file: Cannot open file: {%s} \n", text);
         V_notfound(page, compile, 1);   // only while an error page runs
         return 0;
     }
-    run_into(page, fp, compile);
-    fclose(fp);
+    run_into(page, fp.get(), compile);
     return 0;
 }
 
