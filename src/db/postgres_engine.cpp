@@ -1,9 +1,8 @@
 // The PostgreSQL engine: one libpq connection per session; a query's rows
 // are read whole at open, so cursors outlive commits and nest freely.
-#include <libpq-fe.h>
-
 #include <cstdlib>
 #include <cstring>
+#include <libpq-fe.h>
 
 #include "db/engine.h"
 #include "driver/diagnostics.h"

@@ -7,10 +7,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "db/block_heap.h"
+#include "base/directories.h"
 #include "db/engine.h"
 #include "driver/diagnostics.h"
-#include "driver/environment.h"
+#include "values/block_heap.h"
 
 V_CURSOR v_CUR[V_MAX_CURSORS];
 

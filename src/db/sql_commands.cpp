@@ -6,14 +6,14 @@
 #include <cstdio>
 #include <cstring>
 
-#include "db/block_heap.h"
 #include "db/cursor_ids.h"
 #include "db/session.h"
 #include "driver/diagnostics.h"
 #include "interp/functions.h"
 #include "interp/loops.h"
-#include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "sys/streams.h"
+#include "values/block_heap.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 

@@ -1,10 +1,9 @@
 // The SQLite engine: one database file per session, statements compiled one
 // at a time, query rows read step by step as text.
-#include <sqlite3.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sqlite3.h>
 
 #include "db/engine.h"
 

@@ -1,39 +1,123 @@
 // Diagnostics: the fatal error routine with its one-shot lock, the trace
-// switched on by marker files in the home directory, and the debug file.
+// switched on by marker files in the home directory, the debug file and the
+// exit. Everything it needs from the layers above comes through the hooks
+// the driver installs, so that any module may include it.
 #include "driver/diagnostics.h"
-
-#include "db/block_heap.h"
-#include "driver/environment.h"
-#include "driver/request.h"
-#include "form/tmp_files.h"
-#include "interp/page_file.h"
-#include "values/output.h"
 
 #include <cerrno>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <sys/time.h>
 #include <unistd.h>
+
+#include "base/directories.h"
+#include "base/tmp_files.h"
 
 char V_ERRMSG[V_ERRMSG_SIZE];
 int Trace;
 int Debug;
 
-static int err_locked;
+namespace {
 
-static FILE *trace_fp;       // log file of Trace 2 and 3
-static int trace_ready;
-static FILE *debug_fp;
-static int debug_ready;
-static bool debug_refused;   // its name was held by another file: no more tries
+int err_locked;
+
+// The defaults serve until the driver installs its hooks: an error goes to
+// standard error, and nothing is cleaned up before the exit.
+void error_to_stderr(const char *message)
+{
+    fprintf(stderr, "ERROR: %s\n", message);
+}
+
+void nothing_before_exit() {}
+
+FILE *standard_output()
+{
+    return stdout;
+}
+
+void no_heap_figures(FILE *) {}
+
+V_DIAG_HOOKS hooks = {error_to_stderr, nothing_before_exit, standard_output,
+                      no_heap_figures};
+
+FILE *trace_fp;       // log file of Trace 2 and 3
+int trace_ready;
+FILE *debug_fp;
+int debug_ready;
+bool debug_refused;   // its name was held by another file: no more tries
 
 // The clock shared by trace and debug lines.
-static int tm_ready;
-static long tm_start;
-static long tm_prev_sec;
-static long tm_prev_usec;
+int tm_ready;
+long tm_start;
+long tm_prev_sec;
+long tm_prev_usec;
+
+int home_file_exists(const char *name)
+{
+    char path[1024];
+    int n = snprintf(path, sizeof path, "%s/%s", V_HOME, name);
+    if (n < 0 || n >= (int)sizeof path)
+        return 0;
+    return access(path, F_OK) == 0;
+}
+
+// Opens the trace or debug file name.PID in the temporary directory. A name
+// held by a link or by a file not ours alone is refused with one line in the
+// web server's log, naming the file as `what`; errno is kept for the caller.
+FILE *open_tmp_file(const char *what, const char *name, TmpOpen how)
+{
+    char path[1024];
+    int n = snprintf(path, sizeof path, "%s/%s.%d", TMP_DIR ? TMP_DIR : "/tmp", name,
+                     (int)getpid());
+    if (n < 0 || n >= (int)sizeof path)
+        return nullptr;
+    FILE *f = V_open_tmp(path, how);
+    if (!f && V_tmp_refused(errno)) {
+        int err = errno;
+        V_tmp_report(what, path, err);
+        errno = err;
+    }
+    return f;
+}
+
+// Later markers override earlier ones, so V_LOG3 beats V_LOG beats V_TRACE.
+void trace_setup()
+{
+    trace_ready = 1;
+    if (home_file_exists("V_TRACE") || Trace == 1)
+        Trace = 1;
+    if (home_file_exists("V_LOG") || Trace == 2) {
+        trace_fp = open_tmp_file("trace file", "V_LOG", TmpOpen::Truncate);
+        Trace = 2;
+    }
+    if (home_file_exists("V_LOG3") || Trace == 3) {
+        if (trace_fp)
+            fclose(trace_fp);
+        trace_fp = open_tmp_file("trace file", "V_LOG3", TmpOpen::Truncate);
+        Trace = 3;
+    }
+}
+
+void debug_setup()
+{
+    if (!V_HOME)
+        return;
+    debug_ready = 1;
+    if (home_file_exists("V_DEBUG"))
+        Debug = 1;
+    if (home_file_exists("V_DEBUG2"))
+        Debug = 2;
+}
+
+}  // namespace
+
+void V_set_diag_hooks(const V_DIAG_HOOKS &installed)
+{
+    hooks.error_page = installed.error_page ? installed.error_page : error_to_stderr;
+    hooks.before_exit = installed.before_exit ? installed.before_exit : nothing_before_exit;
+    hooks.page_out = installed.page_out ? installed.page_out : standard_output;
+    hooks.heap_figures = installed.heap_figures ? installed.heap_figures : no_heap_figures;
+}
 
 void PrintTM(FILE *fp)
 {
@@ -53,64 +137,6 @@ void PrintTM(FILE *fp)
     tm_prev_usec = now.tv_usec;
 }
 
-static int home_file_exists(const char *name)
-{
-    char path[1024];
-    int n = snprintf(path, sizeof path, "%s/%s", V_HOME, name);
-    if (n < 0 || n >= (int)sizeof path)
-        return 0;
-    return access(path, F_OK) == 0;
-}
-
-// Opens the trace or debug file name.PID in the temporary directory. A name
-// held by a link or by a file not ours alone is refused with one line in the
-// web server's log, naming the file as `what`; errno is kept for the caller.
-static FILE *open_tmp_file(const char *what, const char *name, TmpOpen how)
-{
-    char path[1024];
-    int n = snprintf(path, sizeof path, "%s/%s.%d", TMP_DIR ? TMP_DIR : "/tmp", name,
-                     (int)getpid());
-    if (n < 0 || n >= (int)sizeof path)
-        return nullptr;
-    FILE *f = V_open_tmp(path, how);
-    if (!f && V_tmp_refused(errno)) {
-        int err = errno;
-        V_tmp_report(what, path, err);
-        errno = err;
-    }
-    return f;
-}
-
-// Later markers override earlier ones, so V_LOG3 beats V_LOG beats V_TRACE.
-static void trace_setup()
-{
-    trace_ready = 1;
-    if (home_file_exists("V_TRACE") || Trace == 1)
-        Trace = 1;
-    if (home_file_exists("V_LOG") || Trace == 2) {
-        trace_fp = open_tmp_file("trace file", "V_LOG", TmpOpen::Truncate);
-        Trace = 2;
-    }
-    if (home_file_exists("V_LOG3") || Trace == 3) {
-        if (trace_fp)
-            fclose(trace_fp);
-        trace_fp = open_tmp_file("trace file", "V_LOG3", TmpOpen::Truncate);
-        Trace = 3;
-    }
-}
-
-static void trace_heap_figures(FILE *fp)
-{
-    V_heap *hp = v_BUFFERS.hp;
-    heapblock_t *mb = hp ? hp->smallreq : nullptr;
-    fprintf(fp, " hp: %d ", (int)(intptr_t)hp);
-    fflush(fp);
-    fprintf(fp, " mb: %d ", (int)(intptr_t)mb);
-    fflush(fp);
-    fprintf(fp, "m_used: %d =====\n", mb ? (int)mb->m_used : -1);
-    fflush(fp);
-}
-
 int V_TRACE(const char *fmt, ...)
 {
     // The hot path: every module traces freely, so "off" must stay cheap.
@@ -123,7 +149,7 @@ int V_TRACE(const char *fmt, ...)
     if (!Trace)
         return 0;
 
-    FILE *fp = Trace == 1 ? V_out() : trace_fp;
+    FILE *fp = Trace == 1 ? hooks.page_out() : trace_fp;
     if (!fp)
         return 0;
     if (Trace == 1)
@@ -137,19 +163,8 @@ int V_TRACE(const char *fmt, ...)
         fputs("</pre></h3><hr>\n", fp);
     fflush(fp);
     if (Trace == 3)
-        trace_heap_figures(fp);
+        hooks.heap_figures(fp);
     return 0;
-}
-
-static void debug_setup()
-{
-    if (!V_HOME)
-        return;
-    debug_ready = 1;
-    if (home_file_exists("V_DEBUG"))
-        Debug = 1;
-    if (home_file_exists("V_DEBUG2"))
-        Debug = 2;
 }
 
 void V_DEBUG(const char *fmt, ...)
@@ -179,16 +194,6 @@ void V_DEBUG(const char *fmt, ...)
         fflush(debug_fp);
 }
 
-// The closing table tags end up to three tables the page had opened, so
-// that the message shows whatever came before. The message often carries
-// request text (a page name, the Host header): it is written as text.
-static void write_error_box(const char *message)
-{
-    fputs("</table></table></table><hr><h3><pre>\n ", stdout);
-    V_write_escaped(stdout, message);
-    fputs(" \n</pre></h3><hr>", stdout);
-}
-
 int ERRMSG(const char *fmt, ...)
 {
     V_TRACE("ERRMSG: locked= %d :: msgfmt= %s \n", err_locked, fmt);
@@ -202,25 +207,16 @@ int ERRMSG(const char *fmt, ...)
     vsnprintf(V_ERRMSG, sizeof V_ERRMSG, fmt, ap);
     va_end(ap);
     V_TRACE("V_ERRMSG: %s", V_ERRMSG);
-
-    V_header();
-    if (!V_ERROR) {
-        if (!getenv("REQUEST_METHOD"))
-            printf("Usage:\n\tVorn script [-Var Value [-Var2 Value2 [..]]]\n\nERROR: %s\n",
-                   V_ERRMSG);
-        else
-            write_error_box(V_ERRMSG);
-        V_exit(-2);
-    }
-
-    // The error page always goes to the response, whatever the page had
-    // redirected its output to.
-    if (V_fp) {
-        if (V_fp != stdout)
-            fclose(V_fp);
-        V_fp = nullptr;
-    }
-    V_stdout = nullptr;
-    V_printfile(V_ERROR, 1);
+    hooks.error_page(V_ERRMSG);
     V_exit(-2);
+}
+
+void V_exit(int code)
+{
+    V_TRACE("V_exit( %d );", code);
+    hooks.before_exit();
+    V_TRACE("V_exit: exit...");
+    fflush(stdout);
+    // A fatal end (-2) shows to the parent as 255.
+    exit(code == -2 ? 255 : code);
 }

@@ -1,7 +1,26 @@
 // Diagnostics: the fatal error routine, the trace switched on by marker
-// files in the home directory, and the debug file of the command handlers.
+// files in the home directory, the debug file of the command handlers and
+// the process's one way out. Any module may include it: what it needs from
+// the layers above reaches it through hooks the driver installs.
 #pragma once
 #include <cstdio>
+
+// The upward half of diagnostics. The driver installs its own at start-up
+// (V_install_hooks); a null member keeps the default named with it, so
+// lower modules work without a driver as well.
+struct V_DIAG_HOOKS {
+    // Shows the message of a fatal error on the request's error page and
+    // returns; V_exit follows. Default: the message on standard error.
+    void (*error_page)(const char *message);
+    // The request's own work before the process ends (the database session,
+    // its temporary file). Default: nothing.
+    void (*before_exit)();
+    // The stream a page trace (Trace 1) goes into. Default: standard output.
+    FILE *(*page_out)();
+    // Writes the request heap's figures after a line of Trace 3. Default: nothing.
+    void (*heap_figures)(FILE *fp);
+};
+void V_set_diag_hooks(const V_DIAG_HOOKS &hooks);
 
 constexpr int V_ERRMSG_SIZE = 8192;
 
@@ -15,3 +34,6 @@ int ERRMSG(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 int V_TRACE(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 void V_DEBUG(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 void PrintTM(FILE *fp);
+// Ends the process: the before_exit hook, standard output flushed, then
+// exit with code (a fatal end, -2, shows to the parent as 255).
+[[noreturn]] void V_exit(int code);

@@ -2,11 +2,6 @@
 // host, the fixed variables, and the confinement of the page and error page.
 #include "driver/environment.h"
 
-#include "driver/diagnostics.h"
-#include "form/urlencoded.h"
-#include "values/arguments.h"
-#include "values/variables.h"
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -15,12 +10,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-char *V_HOME;
-char *TMP_DIR;
+#include "base/directories.h"
+#include "base/owners.h"
+#include "driver/diagnostics.h"
+#include "form/urlencoded.h"
+#include "values/arguments.h"
+#include "values/variables.h"
+
 char *V_BASE;
 int V_BASE_hold;
 char *V_PAGE;
 char *V_ERROR;
+
+namespace {
 
 constexpr int ENV_LINE = 3000;
 constexpr int ENV_BUFFER = 4096;
@@ -31,14 +33,12 @@ constexpr int PID_SIZE = 20;
 constexpr int CHECK_SIZE = 500;
 
 // putenv keeps pointers into this buffer for the life of the process.
-static char env_buffer[ENV_BUFFER];
-static int env_used;
+char env_buffer[ENV_BUFFER];
+int env_used;
 
-static char site_root[ROOT_SIZE];
-static char base_name[BASE_SIZE];
-static char pid_text[PID_SIZE];
-
-namespace {
+char site_root[ROOT_SIZE];
+char base_name[BASE_SIZE];
+char pid_text[PID_SIZE];
 
 constexpr const char *DEFAULT_PAGE_SUFFIXES = ".html .htm";
 constexpr const char *ALWAYS_PAGES[] = {"v.page", "v.error"};
@@ -46,6 +46,194 @@ constexpr const char *ALWAYS_PAGES[] = {"v.page", "v.error"};
 bool ends_with(std::string_view text, std::string_view tail)
 {
     return text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail;
+}
+
+int env_store(const char *setting)
+{
+    int len = (int)strlen(setting);
+    if (len + 1 > ENV_BUFFER - env_used)
+        return -1;
+    char *slot = env_buffer + env_used;
+    memcpy(slot, setting, len + 1);
+    env_used += len + 1;
+    putenv(slot);
+    return 0;
+}
+
+int file_exists(const char *dir, const char *name)
+{
+    char path[1024];
+    int n = snprintf(path, sizeof path, "%s/%s", dir, name);
+    return n > 0 && n < (int)sizeof path && access(path, F_OK) == 0;
+}
+
+int is_regular(const char *path)
+{
+    struct stat st;
+    return stat(path, &st) == 0 && S_ISREG(st.st_mode);
+}
+
+char *keep(const char *text)
+{
+    return strdup(text ? text : "");
+}
+
+void find_home()
+{
+    const char *home = getenv("V_HOME");
+    if (home) {
+        V_HOME = keep(home);
+        return;
+    }
+    static const char *const candidates[] = {"/Vorn", "/etc/Vorn", "/opt/Vorn", "/apps/Vorn"};
+    for (const char *dir : candidates) {
+        if (file_exists(dir, "v.config")) {
+            V_HOME = keep(dir);
+            return;
+        }
+    }
+    V_HOME = keep(".");
+}
+
+void load_env_file()
+{
+    char path[1024];
+    int n = snprintf(path, sizeof path, "%s/v.env", V_HOME);
+    if (n < 0 || n >= (int)sizeof path)
+        return;
+    File fp(fopen(path, "r"));
+    if (!fp)
+        return;
+    char line[ENV_LINE];
+    while (fgets(line, sizeof line, fp.get())) {
+        if (line[0] == '#' || !strchr(line, '='))
+            continue;
+        size_t len = strlen(line);
+        if (len && line[len - 1] == '\n')
+            line[len - 1] = 0;
+        env_store(line);   // a line that no longer fits is skipped
+    }
+}
+
+void host_key(char *key, int size)
+{
+    const char *host = getenv("HTTP_HOST");
+    if (host) {
+        snprintf(key, size, strchr(host, ':') ? "%s" : "%s:80", host);
+        return;
+    }
+    const char *name = getenv("SERVER_NAME");
+    const char *port = getenv("SERVER_PORT");
+    snprintf(key, size, "%s:%s", name ? name : "shell", port ? port : "00");
+}
+
+// Fills site_root, base_name and hold from the first line for key; each
+// word is scanned into a line-sized buffer and cut to its own field after.
+void read_config(const char *key, int *hold)
+{
+    char path[1024];
+    snprintf(path, sizeof path, "%s/v.config", V_HOME);
+    site_root[0] = 0;
+    base_name[0] = 0;
+    *hold = 0;
+    File fp(fopen(path, "r"));
+    if (!fp) {
+        if (strcmp(key, "shell:00")) {
+            ERRMSG("Cannot open V_HOME config file: %s", path);
+            return;
+        }
+        if (!getcwd(site_root, sizeof site_root))
+            snprintf(site_root, sizeof site_root, ".");
+        return;
+    }
+    char line[CONFIG_LINE];
+    while (fgets(line, sizeof line, fp.get())) {
+        char w1[CONFIG_LINE] = "", w2[CONFIG_LINE] = "", w3[CONFIG_LINE] = "",
+             w4[CONFIG_LINE] = "";
+        sscanf(line, "%99s %99s %99s %99s", w1, w2, w3, w4);
+        V_copy_cut(site_root, w2, (int)sizeof site_root);
+        V_copy_cut(base_name, w3, (int)sizeof base_name);
+        *hold = !strcmp(w4, "hold");
+        if (!strcmp(w1, key))
+            break;
+        site_root[0] = 0;
+        base_name[0] = 0;
+        *hold = 0;
+    }
+}
+
+void put_fixed_values(const char *prog)
+{
+    V_put_value("V_ROOT", site_root, 1, 0);
+    V_put_value("V_HOME", V_HOME, 1, 0);
+    snprintf(pid_text, sizeof pid_text, "%d", (int)getpid());
+    V_put_value("V_PID", pid_text, 1, 0);
+    const char *slash = strrchr(prog, '/');
+    V_put_value("V_PROG", slash ? slash + 1 : prog, 1, 0);
+}
+
+void form_to_variables()
+{
+    for (int i = 0; i < V_ENT_MAX && ent[i].name; i++) {
+        if (ent[i].val && ent[i].val[0] && V_request_may_set(ent[i].name))
+            V_add_value(ent[i].name, ent[i].val);
+    }
+}
+
+// The globals keep their own copies, so a page that later assigns the
+// variables cannot pull the text from under them.
+char *checked_value(const char *root, const char *name, bool pages_only)
+{
+    if (!V_get_user(name))
+        return nullptr;
+    V_check_name(root, name, pages_only);
+    char *value = V_get_value(name);
+    return value ? keep(value) : nullptr;
+}
+
+void collapse_slashes(char *path)
+{
+    for (int changed = 1; changed;) {
+        changed = 0;
+        char *p;
+        while ((p = strstr(path, "//"))) {
+            memmove(p, p + 1, strlen(p + 1) + 1);
+            changed = 1;
+        }
+        while ((p = strstr(path, "/./"))) {
+            memmove(p, p + 2, strlen(p + 2) + 1);
+            changed = 1;
+        }
+    }
+}
+
+// A value lies under root only when root is followed by a "/" or ends the
+// value: "/site2/x" is not under "/site".
+int under_root(const char *root, const char *value)
+{
+    size_t n = strlen(root);
+    if (strncmp(value, root, n))
+        return 0;
+    return n == 0 || root[n - 1] == '/' || value[n] == '/' || value[n] == 0;
+}
+
+int climbs_out(const char *rest)
+{
+    int depth = 0;
+    while (*rest) {
+        const char *end = strchr(rest, '/');
+        size_t len = end ? (size_t)(end - rest) : strlen(rest);
+        if (len == 2 && !strncmp(rest, "..", 2)) {
+            if (--depth < 0)
+                return 1;
+        } else if (len && !(len == 1 && rest[0] == '.')) {
+            depth++;
+        }
+        rest += len;
+        if (*rest == '/')
+            rest++;
+    }
+    return 0;
 }
 
 }  // namespace
@@ -69,74 +257,6 @@ bool V_request_may_set(const char *name)
     return false;
 }
 
-static int env_store(const char *setting)
-{
-    int len = (int)strlen(setting);
-    if (len + 1 > ENV_BUFFER - env_used)
-        return -1;
-    char *slot = env_buffer + env_used;
-    memcpy(slot, setting, len + 1);
-    env_used += len + 1;
-    putenv(slot);
-    return 0;
-}
-
-static int file_exists(const char *dir, const char *name)
-{
-    char path[1024];
-    int n = snprintf(path, sizeof path, "%s/%s", dir, name);
-    return n > 0 && n < (int)sizeof path && access(path, F_OK) == 0;
-}
-
-static int is_regular(const char *path)
-{
-    struct stat st;
-    return stat(path, &st) == 0 && S_ISREG(st.st_mode);
-}
-
-static char *keep(const char *text)
-{
-    return strdup(text ? text : "");
-}
-
-static void find_home()
-{
-    const char *home = getenv("V_HOME");
-    if (home) {
-        V_HOME = keep(home);
-        return;
-    }
-    static const char *const candidates[] = {"/Vorn", "/etc/Vorn", "/opt/Vorn", "/apps/Vorn"};
-    for (const char *dir : candidates) {
-        if (file_exists(dir, "v.config")) {
-            V_HOME = keep(dir);
-            return;
-        }
-    }
-    V_HOME = keep(".");
-}
-
-static void load_env_file()
-{
-    char path[1024];
-    int n = snprintf(path, sizeof path, "%s/v.env", V_HOME);
-    if (n < 0 || n >= (int)sizeof path)
-        return;
-    FILE *fp = fopen(path, "r");
-    if (!fp)
-        return;
-    char line[ENV_LINE];
-    while (fgets(line, sizeof line, fp)) {
-        if (line[0] == '#' || !strchr(line, '='))
-            continue;
-        size_t len = strlen(line);
-        if (len && line[len - 1] == '\n')
-            line[len - 1] = 0;
-        env_store(line);   // a line that no longer fits is skipped
-    }
-    fclose(fp);
-}
-
 void V_env()
 {
     // A "Proxy:" request header reaches a CGI program as HTTP_PROXY, where
@@ -154,83 +274,6 @@ void V_env()
     }
     TMP_DIR = keep("/tmp");
     env_store("TMP_DIR=/tmp");
-}
-
-static void host_key(char *key, int size)
-{
-    const char *host = getenv("HTTP_HOST");
-    if (host) {
-        snprintf(key, size, strchr(host, ':') ? "%s" : "%s:80", host);
-        return;
-    }
-    const char *name = getenv("SERVER_NAME");
-    const char *port = getenv("SERVER_PORT");
-    snprintf(key, size, "%s:%s", name ? name : "shell", port ? port : "00");
-}
-
-// Fills site_root, base_name and hold from the first line for key; each
-// word is scanned into a line-sized buffer and cut to its own field after.
-static void read_config(const char *key, int *hold)
-{
-    char path[1024];
-    snprintf(path, sizeof path, "%s/v.config", V_HOME);
-    site_root[0] = 0;
-    base_name[0] = 0;
-    *hold = 0;
-    FILE *fp = fopen(path, "r");
-    if (!fp) {
-        if (strcmp(key, "shell:00")) {
-            ERRMSG("Cannot open V_HOME config file: %s", path);
-            return;
-        }
-        if (!getcwd(site_root, sizeof site_root))
-            snprintf(site_root, sizeof site_root, ".");
-        return;
-    }
-    char line[CONFIG_LINE];
-    while (fgets(line, sizeof line, fp)) {
-        char w1[CONFIG_LINE] = "", w2[CONFIG_LINE] = "", w3[CONFIG_LINE] = "",
-             w4[CONFIG_LINE] = "";
-        sscanf(line, "%99s %99s %99s %99s", w1, w2, w3, w4);
-        V_copy_cut(site_root, w2, (int)sizeof site_root);
-        V_copy_cut(base_name, w3, (int)sizeof base_name);
-        *hold = !strcmp(w4, "hold");
-        if (!strcmp(w1, key))
-            break;
-        site_root[0] = 0;
-        base_name[0] = 0;
-        *hold = 0;
-    }
-    fclose(fp);
-}
-
-static void put_fixed_values(const char *prog)
-{
-    V_put_value("V_ROOT", site_root, 1, 0);
-    V_put_value("V_HOME", V_HOME, 1, 0);
-    snprintf(pid_text, sizeof pid_text, "%d", (int)getpid());
-    V_put_value("V_PID", pid_text, 1, 0);
-    const char *slash = strrchr(prog, '/');
-    V_put_value("V_PROG", slash ? slash + 1 : prog, 1, 0);
-}
-
-static void form_to_variables()
-{
-    for (int i = 0; i < V_ENT_MAX && ent[i].name; i++) {
-        if (ent[i].val && ent[i].val[0] && V_request_may_set(ent[i].name))
-            V_add_value(ent[i].name, ent[i].val);
-    }
-}
-
-// The globals keep their own copies, so a page that later assigns the
-// variables cannot pull the text from under them.
-static char *checked_value(const char *root, const char *name, bool pages_only)
-{
-    if (!V_get_user(name))
-        return nullptr;
-    V_check_name(root, name, pages_only);
-    char *value = V_get_value(name);
-    return value ? keep(value) : nullptr;
 }
 
 void V_values(const char *prog)
@@ -267,51 +310,6 @@ void V_values(const char *prog)
     V_default_names(site_root);
     if (!V_PAGE)
         ERRMSG("### Not found V_PAGE value...");
-}
-
-static void collapse_slashes(char *path)
-{
-    for (int changed = 1; changed;) {
-        changed = 0;
-        char *p;
-        while ((p = strstr(path, "//"))) {
-            memmove(p, p + 1, strlen(p + 1) + 1);
-            changed = 1;
-        }
-        while ((p = strstr(path, "/./"))) {
-            memmove(p, p + 2, strlen(p + 2) + 1);
-            changed = 1;
-        }
-    }
-}
-
-// A value lies under root only when root is followed by a "/" or ends the
-// value: "/site2/x" is not under "/site".
-static int under_root(const char *root, const char *value)
-{
-    size_t n = strlen(root);
-    if (strncmp(value, root, n))
-        return 0;
-    return n == 0 || root[n - 1] == '/' || value[n] == '/' || value[n] == 0;
-}
-
-static int climbs_out(const char *rest)
-{
-    int depth = 0;
-    while (*rest) {
-        const char *end = strchr(rest, '/');
-        size_t len = end ? (size_t)(end - rest) : strlen(rest);
-        if (len == 2 && !strncmp(rest, "..", 2)) {
-            if (--depth < 0)
-                return 1;
-        } else if (len && !(len == 1 && rest[0] == '.')) {
-            depth++;
-        }
-        rest += len;
-        if (*rest == '/')
-            rest++;
-    }
-    return 0;
 }
 
 int V_confine_path(const char *root, const char *value, char *out, int size)

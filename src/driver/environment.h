@@ -2,8 +2,6 @@
 // host, the base name, the page to run and the error page.
 #pragma once
 
-extern char *V_HOME;
-extern char *TMP_DIR;
 extern char *V_BASE;
 extern int V_BASE_hold;
 extern char *V_PAGE;

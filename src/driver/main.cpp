@@ -6,6 +6,7 @@
 
 int main(int argc, char **argv)
 {
+    V_install_hooks();
     if (V_check_wanted(argc, argv))
         return V_check_pages(argc - 2, argv + 2);
     return V_main(argc, argv);

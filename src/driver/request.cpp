@@ -1,54 +1,33 @@
-// The request driver: the global interpreter record, start-up, decoding of
-// the request or the command line, the response header, the page run, exit.
+// The request driver: start-up, decoding of the request or the command
+// line, the response header, the page run, exit.
 #include "driver/request.h"
-
-#include "db/session.h"
-#include "driver/cookies.h"
-#include "driver/diagnostics.h"
-#include "driver/environment.h"
-#include "form/multipart.h"
-#include "form/url_codec.h"
-#include "form/urlencoded.h"
-#include "interp/page_file.h"
-#include "values/output.h"
-#include "values/variables.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 
-V_BUFFERS v_BUFFERS;
+#include "base/directories.h"
+#include "db/session.h"
+#include "driver/diagnostics.h"
+#include "driver/environment.h"
+#include "form/multipart.h"
+#include "form/url_codec.h"
+#include "form/urlencoded.h"
+#include "interp/cookies.h"
+#include "interp/page_file.h"
+#include "interp/value_names.h"
+#include "values/buffers.h"
+#include "values/output.h"
+#include "values/variables.h"
+
+namespace {
 
 enum { METHOD_OTHER = -1, METHOD_POST = 1, METHOD_GET = 2 };
 
-void V_start()
-{
-    v_BUFFERS.hp = V_heap_new();
-    v_BUFFERS.freelist = nullptr;
-    v_BUFFERS.vtree = {nullptr, V_avlcmp};
-    v_BUFFERS.ftree = {nullptr, V_avlcmp};
-    v_BUFFERS.ctree = {nullptr, V_avlcmp};
-    V_env();
-    V_fp = nullptr;
-}
-
-void V_header()
-{
-    static int done;
-    if (done)
-        return;
-    done = 1;
-    printf("\r\n\r\n<!-- %s page interpreter -->\n\n", V_BANNER);
-    // A field cut while the body was decoded is reported only here, in the
-    // page: earlier text would have broken the header block.
-    fmakeword_warning(stdout);
-    fflush(stdout);
-}
-
 // Only a url-encoded body goes to the url-encoded decoder; a content type
 // with parameters (a charset) is compared exactly and so goes multipart.
-static void decode_post()
+void decode_post()
 {
     const char *type = getenv("CONTENT_TYPE");
     int rc;
@@ -60,7 +39,7 @@ static void decode_post()
         ERRMSG("%s", POST_errmsg ? POST_errmsg : "");
 }
 
-static void decode_get()
+void decode_get()
 {
     if (GET_parser(ent, "V_PAGE")) {
         ERRMSG("%s", POST_errmsg ? POST_errmsg : "");
@@ -73,7 +52,7 @@ static void decode_get()
 // for the banner, and the first existing file as the page. Under a web
 // server (a HEAD request, say) the arguments may be the visitor's query
 // string and are held to the form's rules.
-static void shell_arguments(int argc, char **argv)
+void shell_arguments(int argc, char **argv)
 {
     bool from_request = V_serving_request();
     int page_found = 0;
@@ -97,6 +76,78 @@ static void shell_arguments(int argc, char **argv)
         if (!page_found && V_checkpage(arg) == 0)
             page_found = 1;
     }
+}
+
+// The closing table tags end up to three tables the page had opened, so
+// that the message shows whatever came before. The message often carries
+// request text (a page name, the Host header): it is written as text.
+void write_error_box(const char *message)
+{
+    fputs("</table></table></table><hr><h3><pre>\n ", stdout);
+    V_write_escaped(stdout, message);
+    fputs(" \n</pre></h3><hr>", stdout);
+}
+
+// The error routine's page: the site's error page when there is one, else
+// the message in a box (under a web server) or after the usage text.
+void show_error_page(const char *message)
+{
+    V_header();
+    if (!V_ERROR) {
+        if (!getenv("REQUEST_METHOD"))
+            printf("Usage:\n\tVorn script [-Var Value [-Var2 Value2 [..]]]\n\nERROR: %s\n",
+                   message);
+        else
+            write_error_box(message);
+        return;
+    }
+
+    // The error page always goes to the response, whatever the page had
+    // redirected its output to.
+    if (V_fp) {
+        if (V_fp != stdout)
+            fclose(V_fp);
+        V_fp = nullptr;
+    }
+    V_stdout = nullptr;
+    V_printfile(V_ERROR, 1);
+}
+
+// What ends with the request: the database session commits, and the
+// request's temporary file goes.
+void end_request()
+{
+    V_finish();
+    char path[1024];
+    int n = snprintf(path, sizeof path, "%s/V.%d", TMP_DIR ? TMP_DIR : "/tmp", (int)getpid());
+    if (n > 0 && n < (int)sizeof path)
+        unlink(path);
+}
+
+}  // namespace
+
+void V_start()
+{
+    v_BUFFERS.hp = V_heap_new();
+    v_BUFFERS.freelist = nullptr;
+    v_BUFFERS.vtree = {nullptr, V_avlcmp};
+    v_BUFFERS.ftree = {nullptr, V_avlcmp};
+    v_BUFFERS.ctree = {nullptr, V_avlcmp};
+    V_env();
+    V_fp = nullptr;
+}
+
+void V_header()
+{
+    static int done;
+    if (done)
+        return;
+    done = 1;
+    printf("\r\n\r\n<!-- %s page interpreter -->\n\n", V_BANNER);
+    // A field cut while the body was decoded is reported only here, in the
+    // page: earlier text would have broken the header block.
+    fmakeword_warning(stdout);
+    fflush(stdout);
 }
 
 int V_checkpage(const char *page)
@@ -130,18 +181,10 @@ int V_action()
     return V_printfile(V_PAGE, 1);
 }
 
-void V_exit(int code)
+void V_install_hooks()
 {
-    V_TRACE("V_exit( %d );", code);
-    V_finish();
-    char path[1024];
-    int n = snprintf(path, sizeof path, "%s/V.%d", TMP_DIR ? TMP_DIR : "/tmp", (int)getpid());
-    if (n > 0 && n < (int)sizeof path)
-        unlink(path);
-    V_TRACE("V_exit: exit...");
-    fflush(stdout);
-    // A fatal end (-2) shows to the parent as 255.
-    exit(code == -2 ? 255 : code);
+    V_set_diag_hooks({show_error_page, end_request, V_out, V_heap_figures});
+    V_set_value_rows(v_INTERP_VALUES);
 }
 
 int V_main(int argc, char **argv)

@@ -8,13 +8,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <memory>
 #include <unistd.h>
 
+#include "base/owners.h"
+#include "base/tmp_files.h"
 #include "driver/diagnostics.h"
-#include "form/tmp_files.h"
 #include "form/url_codec.h"
 #include "form/urlencoded.h"
+
+namespace {
 
 constexpr int LINE_MAX_BYTES = 500;    // header lines, and the boundary line
 constexpr int BOUNDARY_MAX = 297;
@@ -32,26 +34,17 @@ struct Input {
     long left;   // bytes of the declared length not yet read
 };
 
-static Input in;
+Input in;
 
-namespace {
+char message[512];
 
-struct CloseFile {
-    void operator()(FILE *f) const { fclose(f); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
-
-} // namespace
-
-static char message[512];
-
-static int broken()
+int broken()
 {
     POST_errmsg = "Broken Input...";
     return -1;
 }
 
-static int fail(const char *fmt, const char *arg)
+int fail(const char *fmt, const char *arg)
 {
     // a long name or system message is cut at the message's size
     if (snprintf(message, sizeof message, fmt, arg) >= (int)sizeof message)
@@ -62,7 +55,7 @@ static int fail(const char *fmt, const char *arg)
 
 // Tops the buffer up so that at least `want` unread bytes are held, unless
 // the input ends first. Returns the number of unread bytes.
-static int fill(int want)
+int fill(int want)
 {
     while (in.len - in.pos < want && !in.eof) {
         if (in.pos > 0) {
@@ -82,7 +75,7 @@ static int fill(int want)
     return in.len - in.pos;
 }
 
-static int next_byte()
+int next_byte()
 {
     if (fill(1) < 1)
         return EOF;
@@ -91,7 +84,7 @@ static int next_byte()
 
 // One line without its CR bytes and LF, at most size - 1 bytes. True when
 // the read ran into the end of the input.
-static bool read_line(char *s, int size)
+bool read_line(char *s, int size)
 {
     int i = 0;
     for (;;) {
@@ -111,7 +104,7 @@ static bool read_line(char *s, int size)
 }
 
 // Skips the part's headers, up to and including the first empty line.
-static void skip_headers()
+void skip_headers()
 {
     char line[LINE_MAX_BYTES];
     while (!read_line(line, sizeof line) && line[0] != '\0') {
@@ -120,7 +113,7 @@ static void skip_headers()
 
 // Copies content up to the separator into out (may be null) and steps over
 // the separator. Returns the byte count, or -1 when the input ends first.
-static long copy_until(const char *sep, int seplen, FILE *out)
+long copy_until(const char *sep, int seplen, FILE *out)
 {
     long count = 0;
     for (;;) {
@@ -146,7 +139,7 @@ static long copy_until(const char *sep, int seplen, FILE *out)
 }
 
 // The text between marker and the next double quote, or false.
-static bool quoted_after(const char *line, const char *marker, char *out, int size)
+bool quoted_after(const char *line, const char *marker, char *out, int size)
 {
     const char *at = strstr(line, marker);
     if (!at)
@@ -160,7 +153,7 @@ static bool quoted_after(const char *line, const char *marker, char *out, int si
     return true;
 }
 
-static char *copy_string(const char *s)
+char *copy_string(const char *s)
 {
     size_t n = strlen(s) + 1;
     char *p = (char *)malloc(n);
@@ -171,7 +164,7 @@ static char *copy_string(const char *s)
 
 // An ordinary field: its content passes through the work file and comes
 // back as one string.
-static int read_field(entry *e, const char *sep, int seplen, FILE *work)
+int read_field(entry *e, const char *sep, int seplen, FILE *work)
 {
     V_TRACE("VALUE... \n");
     rewind(work);
@@ -194,8 +187,8 @@ static int read_field(entry *e, const char *sep, int seplen, FILE *work)
     return 0;
 }
 
-static int read_upload(entry *e, int index, const char *line, const char *tmp,
-                       const char *sep, int seplen)
+int read_upload(entry *e, int index, const char *line, const char *tmp,
+                const char *sep, int seplen)
 {
     char file[LINE_MAX_BYTES];
     quoted_after(line, "filename=\"", file, sizeof file);
@@ -216,20 +209,18 @@ static int read_upload(entry *e, int index, const char *line, const char *tmp,
     if (snprintf(path, sizeof path, "%s/%s..%d.%d", tmp, file, (int)getpid(), index) >= (int)sizeof path)
         return fail("Cannot create upload file: %s", file);
     // never written through a file or link planted under the same name
-    int fd = open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
-    FILE *out = fd < 0 ? nullptr : fdopen(fd, "wb");
+    Fd fd(open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600));
+    File out(fd ? fdopen(fd.get(), "wb") : nullptr);
     if (!out) {
-        int err = errno;
-        if (fd >= 0)
-            close(fd);
         char why[sizeof path + 64];
-        snprintf(why, sizeof why, "%s (%s)", path, strerror(err));
+        snprintf(why, sizeof why, "%s (%s)", path, strerror(errno));
         return fail("Cannot create upload file: %s", why);
     }
+    fd.release();   // the stream closes it now
     e->val = copy_string(path);
     skip_headers();
-    long count = copy_until(sep, seplen, out);
-    fclose(out);
+    long count = copy_until(sep, seplen, out.get());
+    out.reset();
     if (count < 0)
         return broken();
     read_line(rest, sizeof rest);
@@ -240,7 +231,7 @@ static int read_upload(entry *e, int index, const char *line, const char *tmp,
 // post.input for diagnosis and read back from there. Null when no copy can be
 // made: the body is then read from standard input as it comes, and a refused
 // name is reported in the log.
-static FILE *traced_input(const char *tmp)
+FILE *traced_input(const char *tmp)
 {
     char path[4096];
     if (snprintf(path, sizeof path, "%s/post.input", tmp) >= (int)sizeof path)
@@ -265,13 +256,15 @@ static FILE *traced_input(const char *tmp)
 
 // The work file of field values, unlinked as soon as it is open so that it
 // is gone when the process ends. Null with errno set when it cannot be had.
-static FILE *work_file(const char *path)
+FILE *work_file(const char *path)
 {
     FILE *work = V_open_tmp(path, TmpOpen::Truncate);
     if (work)
         unlink(path);
     return work;
 }
+
+}  // namespace
 
 int E_POST_parser(entry *ent)
 {

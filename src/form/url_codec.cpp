@@ -7,7 +7,29 @@
 #include <memory>
 
 #include "driver/diagnostics.h"
-#include "form/urlencoded.h"
+
+namespace {
+
+int cut_fields;   // fields fmakeword has cut in this process
+
+// Bytes that mean something to the shell somewhere in a word: operators,
+// quotes, globs, expansions, and the word-start specials (# comment, ~ home,
+// = assignment, ! negation, % job names). A backslash makes each an
+// ordinary character.
+constexpr char SHELL_SPECIAL[] = "&;`'\"|*?~<>^()[]{}$\\#=!%";
+constexpr char SHELL_QUOTE = '\'';
+constexpr unsigned char FIRST_PRINTABLE = 0x20;   // the blank
+constexpr unsigned char DELETE = 0x7f;
+
+// Bytes a backslash cannot carry: a backslash before a line feed joins two
+// lines and drops both, and in a multibyte locale a shell may take a byte
+// above 127 and the backslash after it for one character. Inside single
+// quotes every byte but the quote itself stands for itself.
+bool needs_quotes(unsigned char c) {
+    return c < FIRST_PRINTABLE || c >= DELETE;
+}
+
+}  // namespace
 
 char *makeword(char *line, char stop) {
     int n = 0;
@@ -17,12 +39,6 @@ char *makeword(char *line, char stop) {
     word[n] = '\0';
     return word;
 }
-
-namespace {
-
-int cut_fields;   // fields fmakeword has cut in this process
-
-}  // namespace
 
 // Reads one field of the body up to stop, counting every byte read against
 // *cl. A field beyond V_FIELD_MAX characters keeps its first V_FIELD_MAX;
@@ -138,27 +154,6 @@ int getline(char *s, int n, FILE *f) {
     }
     return feof(f) ? 1 : 0;
 }
-
-namespace {
-
-// Bytes that mean something to the shell somewhere in a word: operators,
-// quotes, globs, expansions, and the word-start specials (# comment, ~ home,
-// = assignment, ! negation, % job names). A backslash makes each an
-// ordinary character.
-constexpr char SHELL_SPECIAL[] = "&;`'\"|*?~<>^()[]{}$\\#=!%";
-constexpr char SHELL_QUOTE = '\'';
-constexpr unsigned char FIRST_PRINTABLE = 0x20;   // the blank
-constexpr unsigned char DELETE = 0x7f;
-
-// Bytes a backslash cannot carry: a backslash before a line feed joins two
-// lines and drops both, and in a multibyte locale a shell may take a byte
-// above 127 and the backslash after it for one character. Inside single
-// quotes every byte but the quote itself stands for itself.
-bool needs_quotes(unsigned char c) {
-    return c < FIRST_PRINTABLE || c >= DELETE;
-}
-
-}  // namespace
 
 // Makes the text one shell word per blank-separated part, whatever its
 // bytes: a blank stays a word separator, as pages have always used it; a

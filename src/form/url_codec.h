@@ -3,6 +3,8 @@
 #pragma once
 #include <cstdio>
 
+constexpr int V_FIELD_MAX = 50000;    // a longer form field is cut to this
+
 char *makeword(char *line, char stop);
 char *fmakeword(FILE *f, char stop, int *cl);
 int fmakeword_cuts();                 // fields cut at V_FIELD_MAX so far

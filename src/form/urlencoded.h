@@ -7,7 +7,6 @@ struct entry {
 };
 
 constexpr int V_ENT_MAX = 10000;
-constexpr int V_FIELD_MAX = 50000;
 
 extern entry ent[V_ENT_MAX];
 extern const char *POST_errmsg;

@@ -1,45 +1,39 @@
 // The <@if>/<@elif>/<@else> construct with its one-line form, the string,
-// integer and float comparisons, like-patterns with their cache, value tests.
+// integer and float comparisons and the value tests.
 #include "interp/conditions.h"
 
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "db/block_heap.h"
 #include "driver/diagnostics.h"
 #include "interp/dispatcher.h"
 #include "interp/loops.h"
-#include "interp/page_file.h"
-#include "patt/wildcard.h"
+#include "interp/page_reader.h"
+#include "patt/like.h"
 #include "sys/streams.h"
 #include "values/arguments.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
-pattCACHE v_pattCACHE[V_PATT_CACHE];
-static int curr;   // the cache slot filled last
+namespace {
 
 // February always has 29 days: dates are checked for form, not for the
 // calendar.
-static const int daylong[12] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+const int daylong[12] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 
-static bool starts(const char *s, const char *tag) {
+bool starts(const char *s, const char *tag) {
     return strncmp(s, tag, strlen(tag)) == 0;
 }
 
-static bool is_digit(char c) { return c >= '0' && c <= '9'; }
-
-/* ---- comparisons ---- */
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 // The relational operators shared by the three comparisons; d is the sign
 // of left minus right. Returns 0 holds, -1 does not, 1 unknown operator.
-static int relation(const char *op, int d) {
+int relation(const char *op, int d) {
     if (!strcmp(op, ">=") || !strcmp(op, "&ge;") || !strcmp(op, "&gt;="))
         return d >= 0 ? 0 : -1;
     if (!strcmp(op, "<=") || !strcmp(op, "&le;") || !strcmp(op, "&lt;="))
@@ -51,6 +45,223 @@ static int relation(const char *op, int d) {
     if (!strcmp(op, "=")) return d == 0 ? 0 : -1;
     return 1;
 }
+
+// Copies the next argument word of *rest into out (V_LINE_MAX bytes) and
+// moves *rest behind it; a missing word is empty. The scanner may report a
+// position past the end for an unclosed quote, hence the clamp.
+void next_word(const char **rest, char *out) {
+    out[0] = 0;
+    int n = V_arg_string(*rest, out);
+    if (n <= 0) {
+        out[0] = 0;
+        *rest += strlen(*rest);
+        return;
+    }
+    size_t len = strlen(*rest);
+    *rest += (size_t)n < len ? (size_t)n : len;
+}
+
+struct CondWords {
+    char w[3][V_LINE_MAX];
+};
+
+void three_words(const char *rest, CondWords *cw) {
+    for (auto &w : cw->w) next_word(&rest, w);
+}
+
+// atoi without its undefined overflow: out-of-range values saturate.
+int to_int(const char *s) {
+    long v = strtol(s, nullptr, 10);
+    if (v > INT_MAX) return INT_MAX;
+    if (v < INT_MIN) return INT_MIN;
+    return (int)v;
+}
+
+int test_fmt(CondWords *cw) {
+    const char *v = V_get_value(cw->w[0]);
+    if (!v) v = cw->w[0];
+    const char *type = cw->w[1];
+    if (!strcmp(type, "int")) return V_check_int(v);
+    if (!strcmp(type, "float")) return V_check_float(v);
+    if (!strcmp(type, "date")) return V_check_date(v);
+    ERRMSG("Unknown option in FMT: %s \n", type);
+    return -1;
+}
+
+int test_stat(const char *path, mode_t kind) {
+    struct stat st;
+    if (stat(path, &st) != 0) return -1;
+    return (st.st_mode & S_IFMT) == kind ? 0 : -1;
+}
+
+// Runs the test the keyword selects; 0 holds, -1 does not. *neg tells
+// whether the keyword carried a "!".
+int run_kind(const char *kw, const char *rest, const char *whole, CondWords *cw,
+             bool *neg) {
+    *neg = kw[0] == '!';
+    const char *k = *neg ? kw + 1 : kw;
+    three_words(rest, cw);
+    const char *a = cw->w[0], *op = cw->w[1], *b = cw->w[2];
+    if (!strcmp(k, "cmp")) return V_user_cmp(a, op, b);
+    if (!strcmp(k, "icmp")) return V_user_icmp(to_int(a), op, to_int(b));
+    if (!strcmp(k, "fcmp")) {
+        double x = 0, y = 0;
+        sscanf(a, "%lf", &x);
+        sscanf(b, "%lf", &y);
+        return V_user_fcmp(x, op, y);
+    }
+    if (!strcmp(k, "fmt")) return test_fmt(cw);
+    if (!strcmp(k, "filled")) {
+        const char *v = V_get_value(a);
+        return v && *v ? 0 : -1;
+    }
+    if (!strcmp(k, "EOF")) return V_eof ? 0 : -1;
+    if (!strcmp(k, "exist")) return access(a, F_OK) == 0 ? 0 : -1;
+    if (!strcmp(k, "isDir")) return test_stat(a, S_IFDIR);
+    if (!strcmp(k, "isFile")) return test_stat(a, S_IFREG);
+    // Any other word is the left value of a plain string comparison.
+    *neg = false;
+    three_words(whole, cw);
+    return V_user_cmp(cw->w[0], cw->w[1], cw->w[2]);
+}
+
+// Substitutes and evaluates the condition text of the line in buff (already
+// cut before any inline command); buff is reused as scratch. Returns the
+// branch flag.
+int eval_condition(char *buff, int taglen, int compile) {
+    char work[V_LINE_MAX];
+    work[0] = 0;
+    V_transline(buff + taglen, work, compile);
+    work[V_LINE_MAX - 1] = 0;
+    V_DEBUG("%s // %s \n", buff, work);
+
+    const char *rest = work;
+    next_word(&rest, buff);
+    V_TRACE("V_if: {%s} \n", buff);
+
+    CondWords *cw = (CondWords *)malloc(sizeof(CondWords));
+    if (!cw) {
+        ERRMSG("### No memory...");
+        return 0;
+    }
+    bool neg = false;
+    int holds = run_kind(buff, rest, work, cw, &neg) == 0;
+    free(cw);
+    return neg ? !holds : holds;
+}
+
+const char IF_TAG[] = "<@if>";
+const char ELIF_TAG[] = "<@elif>";
+const char ELSE_TAG[] = "<@else>";
+
+// The length of the tag of an <@if> or <@elif> line, or 0 for any other line.
+int condition_tag(const char *line) {
+    if (starts(line, IF_TAG)) return (int)sizeof IF_TAG - 1;
+    if (starts(line, ELIF_TAG)) return (int)sizeof ELIF_TAG - 1;
+    return 0;
+}
+
+// Where the inline command of a condition line starts, or -1: the search
+// starts one character after the tag, so "<@if><@x>" is no one-line form.
+long inline_at(const char *buff, int taglen) {
+    if (strnlen(buff, taglen + 1) < (size_t)taglen + 1) return -1;
+    const char *p = strstr(buff + taglen + 1, "<@");
+    return p ? p - buff : -1;
+}
+
+// The two line buffers of one construct, one pair per nesting level and
+// kept off the C stack, so that deep nesting costs little stack per level.
+struct IfBuffers {
+    char line[V_LINE_MAX];   // lines of the block; the condition line of an elif
+    char cmd[V_LINE_MAX];    // the inline command of a one-line form
+};
+
+IfBuffers *if_buffers(int depth) {
+    static IfBuffers *pool[V_MAX_DEPTH + 1];
+    if (depth < 0 || depth > V_MAX_DEPTH) return nullptr;
+    if (!pool[depth]) pool[depth] = (IfBuffers *)malloc(sizeof(IfBuffers));
+    return pool[depth];
+}
+
+// Evaluates a condition line held in buff and runs its one-line form if it
+// has one. Returns 1 when the lines that follow are the construct's block,
+// with *cond its branch flag; 0 when the inline command has dealt with it.
+int if_head(V_FILE *fp, char *buff, int taglen, int *compile, char *cmd, int *cond) {
+    long at = inline_at(buff, taglen);
+    char *inl = at < 0 ? nullptr : buff + at;
+    cmd[0] = 0;
+    if (inl) {
+        snprintf(cmd, V_LINE_MAX, "%s", inl);
+        *inl = 0;
+    }
+    *cond = eval_condition(buff, taglen, *compile);
+    if (!inl) return 1;
+
+    V_TRACE("V_if: try as line command: {%s} \n", cmd);
+    if (strstr(cmd, "<@continue>")) {
+        if (*cond) Continue = 1;
+        return 0;
+    }
+    if (strstr(cmd, "<@break>")) {
+        if (*cond) Continue = Break = 1;
+        return 0;
+    }
+    return V_command(fp, cmd, compile, !*cond) == 0 ? 0 : 1;
+}
+
+// Runs the lines after the condition line up to the matching "<@end>". An
+// elif that is due is evaluated here in place, so that a long elif chain
+// does not nest.
+int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
+    char *line = b->line;
+    int taken = cond;
+    int branch = cond;
+    for (;;) {
+        if (V_fgets(line, V_LINE_MAX, fp) <= 0) return 0;
+        if (Continue) branch = 0;
+        cut_cmd(fp, line);
+        if (starts(line, ELIF_TAG)) {
+            if (Continue || taken) {
+                V_notfound(fp, compile, 1);
+                return 0;
+            }
+            V_TRACE("V_if: {%s} compile: %d ignore: %d \n", line, compile, 0);
+            if (!if_head(fp, line, (int)sizeof ELIF_TAG - 1, &compile, b->cmd, &cond)) return 0;
+            taken = branch = cond;
+            continue;
+        }
+        if (V_command(fp, line, &compile, !branch) == 0) continue;
+        if (starts(line, "<@end>")) return 0;
+        if (starts(line, "<@continue>")) {
+            if (branch) Continue = 1;
+            V_TRACE("V_if: [continue] ==> %d \n", Continue);
+            continue;
+        }
+        if (starts(line, "<@break>")) {
+            if (branch) {
+                Continue = 1;
+                Break = 1;
+                branch = 0;
+            }
+            V_TRACE("V_if: [break] ==> Continue= %d \n", Continue);
+            continue;
+        }
+        if (V_is_else(line)) {
+            if (!Continue && !taken) {
+                V_DEBUG("<@else> \n");
+                V_notfound(fp, compile, 0);
+            } else {
+                V_notfound(fp, compile, 1);
+            }
+            return 0;
+        }
+        if (branch) V_transline(line, nullptr, compile);
+    }
+}
+
+}  // namespace
+
+/* ---- comparisons ---- */
 
 int V_user_cmp(const char *left, const char *op, const char *right) {
     if (!left) left = "";
@@ -98,79 +309,6 @@ int V_user_fcmp(double left, const char *op, double right) {
     return -1;
 }
 
-/* ---- like-patterns ---- */
-
-int V_CMPexec(const char *patt, const char *val) {
-    if (!patt) patt = "";
-    if (!val) val = "";
-    int i = 0;
-    for (; i < V_PATT_CACHE && v_pattCACHE[i].patt; i++)
-        if (!strcmp(v_pattCACHE[i].patt, patt))
-            return kor_EXEpatt(v_pattCACHE[i].korPATT, val);
-    if (i < V_PATT_CACHE) {
-        curr = i;
-    } else {
-        // Full: evict in insertion order, whatever was used recently.
-        curr = (curr + 1) % V_PATT_CACHE;
-        kor_FREEpatt(v_pattCACHE[curr].korPATT);
-        free(v_pattCACHE[curr].patt);
-        v_pattCACHE[curr] = {};
-    }
-    pattCACHE *e = &v_pattCACHE[curr];
-    e->patt = strdup(patt);
-    if (!e->patt) {
-        ERRMSG("### No memory...");
-        return -1;
-    }
-    // A null list is also the compiled form of a pattern without elements
-    // ("" or "[]"); only a failed allocation is an error.
-    errno = 0;
-    e->korPATT = kor_LOADpatt(patt);
-    if (!e->korPATT && errno == ENOMEM) {
-        free(e->patt);
-        e->patt = nullptr;
-        ERRMSG("### No memory...");
-        return -1;
-    }
-    return kor_EXEpatt(e->korPATT, val);
-}
-
-// "||" binds weaker than "&&", but a part before "||" is taken whole: a&&b||c
-// is the single pattern "a&&b" or the pattern "c".
-int V_CMPpatt(const char *patt, const char *val) {
-    if (!patt) patt = "";
-    char *copy = strdup(patt);
-    if (!copy) {
-        ERRMSG("### No memory...");
-        return -1;
-    }
-    char *p = copy;
-    int result;
-    for (;;) {
-        char *sep = strstr(p, "||");
-        if (!sep) break;
-        *sep = 0;
-        if (V_CMPexec(p, val) != -1) {
-            free(copy);
-            return 0;
-        }
-        p = sep + 2;
-    }
-    for (;;) {
-        char *sep = strstr(p, "&&");
-        if (!sep) break;
-        *sep = 0;
-        if (V_CMPexec(p, val) == -1) {
-            free(copy);
-            return -1;
-        }
-        p = sep + 2;
-    }
-    result = V_CMPexec(p, val);
-    free(copy);
-    return result;
-}
-
 /* ---- value-form tests ---- */
 
 int V_check_int(const char *text) {
@@ -215,234 +353,7 @@ int V_check_date(const char *text) {
     return 0;
 }
 
-char *V_today(V_heap *hp) {
-    if (!hp) return nullptr;
-    time_t now = time(nullptr);
-    struct tm tm;
-    if (!localtime_r(&now, &tm)) return nullptr;
-    int year = tm.tm_year + 1900, month = tm.tm_mon + 1, day = tm.tm_mday;
-    if (year < 0 || year > 9999) year = 9999;   // keeps the text 10 bytes
-    char *s = (char *)V_heap_alloc(hp, 11);
-    if (!s) return nullptr;
-    snprintf(s, 11, "%04u-%02u-%02u", (unsigned)year % 10000u, (unsigned)month % 100u,
-             (unsigned)day % 100u);
-    return s;
-}
-
 /* ---- <@if> ---- */
-
-// Copies the next argument word of *rest into out (V_LINE_MAX bytes) and
-// moves *rest behind it; a missing word is empty. The scanner may report a
-// position past the end for an unclosed quote, hence the clamp.
-static void next_word(const char **rest, char *out) {
-    out[0] = 0;
-    int n = V_arg_string(*rest, out);
-    if (n <= 0) {
-        out[0] = 0;
-        *rest += strlen(*rest);
-        return;
-    }
-    size_t len = strlen(*rest);
-    *rest += (size_t)n < len ? (size_t)n : len;
-}
-
-struct CondWords {
-    char w[3][V_LINE_MAX];
-};
-
-static void three_words(const char *rest, CondWords *cw) {
-    for (auto &w : cw->w) next_word(&rest, w);
-}
-
-// atoi without its undefined overflow: out-of-range values saturate.
-static int to_int(const char *s) {
-    long v = strtol(s, nullptr, 10);
-    if (v > INT_MAX) return INT_MAX;
-    if (v < INT_MIN) return INT_MIN;
-    return (int)v;
-}
-
-static int test_fmt(CondWords *cw) {
-    const char *v = V_get_value(cw->w[0]);
-    if (!v) v = cw->w[0];
-    const char *type = cw->w[1];
-    if (!strcmp(type, "int")) return V_check_int(v);
-    if (!strcmp(type, "float")) return V_check_float(v);
-    if (!strcmp(type, "date")) return V_check_date(v);
-    ERRMSG("Unknown option in FMT: %s \n", type);
-    return -1;
-}
-
-static int test_stat(const char *path, mode_t kind) {
-    struct stat st;
-    if (stat(path, &st) != 0) return -1;
-    return (st.st_mode & S_IFMT) == kind ? 0 : -1;
-}
-
-// Runs the test the keyword selects; 0 holds, -1 does not. *neg tells
-// whether the keyword carried a "!".
-static int run_kind(const char *kw, const char *rest, const char *whole, CondWords *cw,
-                    bool *neg) {
-    *neg = kw[0] == '!';
-    const char *k = *neg ? kw + 1 : kw;
-    three_words(rest, cw);
-    const char *a = cw->w[0], *op = cw->w[1], *b = cw->w[2];
-    if (!strcmp(k, "cmp")) return V_user_cmp(a, op, b);
-    if (!strcmp(k, "icmp")) return V_user_icmp(to_int(a), op, to_int(b));
-    if (!strcmp(k, "fcmp")) {
-        double x = 0, y = 0;
-        sscanf(a, "%lf", &x);
-        sscanf(b, "%lf", &y);
-        return V_user_fcmp(x, op, y);
-    }
-    if (!strcmp(k, "fmt")) return test_fmt(cw);
-    if (!strcmp(k, "filled")) {
-        const char *v = V_get_value(a);
-        return v && *v ? 0 : -1;
-    }
-    if (!strcmp(k, "EOF")) return V_eof ? 0 : -1;
-    if (!strcmp(k, "exist")) return access(a, F_OK) == 0 ? 0 : -1;
-    if (!strcmp(k, "isDir")) return test_stat(a, S_IFDIR);
-    if (!strcmp(k, "isFile")) return test_stat(a, S_IFREG);
-    // Any other word is the left value of a plain string comparison.
-    *neg = false;
-    three_words(whole, cw);
-    return V_user_cmp(cw->w[0], cw->w[1], cw->w[2]);
-}
-
-// Substitutes and evaluates the condition text of the line in buff (already
-// cut before any inline command); buff is reused as scratch. Returns the
-// branch flag.
-static int eval_condition(char *buff, int taglen, int compile) {
-    char work[V_LINE_MAX];
-    work[0] = 0;
-    V_transline(buff + taglen, work, compile);
-    work[V_LINE_MAX - 1] = 0;
-    V_DEBUG("%s // %s \n", buff, work);
-
-    const char *rest = work;
-    next_word(&rest, buff);
-    V_TRACE("V_if: {%s} \n", buff);
-
-    CondWords *cw = (CondWords *)malloc(sizeof(CondWords));
-    if (!cw) {
-        ERRMSG("### No memory...");
-        return 0;
-    }
-    bool neg = false;
-    int holds = run_kind(buff, rest, work, cw, &neg) == 0;
-    free(cw);
-    return neg ? !holds : holds;
-}
-
-static const char IF_TAG[] = "<@if>";
-static const char ELIF_TAG[] = "<@elif>";
-static const char ELSE_TAG[] = "<@else>";
-
-// The length of the tag of an <@if> or <@elif> line, or 0 for any other line.
-static int condition_tag(const char *line) {
-    if (starts(line, IF_TAG)) return (int)sizeof IF_TAG - 1;
-    if (starts(line, ELIF_TAG)) return (int)sizeof ELIF_TAG - 1;
-    return 0;
-}
-
-// Where the inline command of a condition line starts, or -1: the search
-// starts one character after the tag, so "<@if><@x>" is no one-line form.
-static long inline_at(const char *buff, int taglen) {
-    if (strnlen(buff, taglen + 1) < (size_t)taglen + 1) return -1;
-    const char *p = strstr(buff + taglen + 1, "<@");
-    return p ? p - buff : -1;
-}
-
-// The two line buffers of one construct, one pair per nesting level and
-// kept off the C stack, so that deep nesting costs little stack per level.
-struct IfBuffers {
-    char line[V_LINE_MAX];   // lines of the block; the condition line of an elif
-    char cmd[V_LINE_MAX];    // the inline command of a one-line form
-};
-
-static IfBuffers *if_buffers(int depth) {
-    static IfBuffers *pool[V_MAX_DEPTH + 1];
-    if (depth < 0 || depth > V_MAX_DEPTH) return nullptr;
-    if (!pool[depth]) pool[depth] = (IfBuffers *)malloc(sizeof(IfBuffers));
-    return pool[depth];
-}
-
-// Evaluates a condition line held in buff and runs its one-line form if it
-// has one. Returns 1 when the lines that follow are the construct's block,
-// with *cond its branch flag; 0 when the inline command has dealt with it.
-static int if_head(V_FILE *fp, char *buff, int taglen, int *compile, char *cmd, int *cond) {
-    long at = inline_at(buff, taglen);
-    char *inl = at < 0 ? nullptr : buff + at;
-    cmd[0] = 0;
-    if (inl) {
-        snprintf(cmd, V_LINE_MAX, "%s", inl);
-        *inl = 0;
-    }
-    *cond = eval_condition(buff, taglen, *compile);
-    if (!inl) return 1;
-
-    V_TRACE("V_if: try as line command: {%s} \n", cmd);
-    if (strstr(cmd, "<@continue>")) {
-        if (*cond) Continue = 1;
-        return 0;
-    }
-    if (strstr(cmd, "<@break>")) {
-        if (*cond) Continue = Break = 1;
-        return 0;
-    }
-    return V_command(fp, cmd, compile, !*cond) == 0 ? 0 : 1;
-}
-
-// Runs the lines after the condition line up to the matching "<@end>". An
-// elif that is due is evaluated here in place, so that a long elif chain
-// does not nest.
-static int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
-    char *line = b->line;
-    int taken = cond;
-    int branch = cond;
-    for (;;) {
-        if (V_fgets(line, V_LINE_MAX, fp) <= 0) return 0;
-        if (Continue) branch = 0;
-        cut_cmd(fp, line);
-        if (starts(line, ELIF_TAG)) {
-            if (Continue || taken) {
-                V_notfound(fp, compile, 1);
-                return 0;
-            }
-            V_TRACE("V_if: {%s} compile: %d ignore: %d \n", line, compile, 0);
-            if (!if_head(fp, line, (int)sizeof ELIF_TAG - 1, &compile, b->cmd, &cond)) return 0;
-            taken = branch = cond;
-            continue;
-        }
-        if (V_command(fp, line, &compile, !branch) == 0) continue;
-        if (starts(line, "<@end>")) return 0;
-        if (starts(line, "<@continue>")) {
-            if (branch) Continue = 1;
-            V_TRACE("V_if: [continue] ==> %d \n", Continue);
-            continue;
-        }
-        if (starts(line, "<@break>")) {
-            if (branch) {
-                Continue = 1;
-                Break = 1;
-                branch = 0;
-            }
-            V_TRACE("V_if: [break] ==> Continue= %d \n", Continue);
-            continue;
-        }
-        if (V_is_else(line)) {
-            if (!Continue && !taken) {
-                V_DEBUG("<@else> \n");
-                V_notfound(fp, compile, 0);
-            } else {
-                V_notfound(fp, compile, 1);
-            }
-            return 0;
-        }
-        if (branch) V_transline(line, nullptr, compile);
-    }
-}
 
 int V_if(V_FILE *fp, char *buff, int compile, int ignore) {
     int taglen = condition_tag(buff);

@@ -6,18 +6,19 @@
 #include <cstring>
 
 #include "db/sql_commands.h"
-#include "driver/cookies.h"
 #include "driver/diagnostics.h"
-#include "driver/request.h"
+#include "interp/assignments.h"
 #include "interp/conditions.h"
+#include "interp/cookies.h"
 #include "interp/functions.h"
 #include "interp/loops.h"
 #include "interp/options.h"
 #include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "sys/processes.h"
 #include "sys/shared_memory.h"
 #include "sys/streams.h"
-#include "values/assignments.h"
+#include "values/buffers.h"
 
 const cmd_t v_CMD[V_CMD_COUNT] = {
     {"option", CMD_OPTION}, {"compile", CMD_COMPILE}, {"html", CMD_HTML}, {"sqltrap", CMD_SQLTRAP},

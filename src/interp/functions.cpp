@@ -6,10 +6,10 @@
 #include <cstring>
 
 #include "driver/diagnostics.h"
-#include "driver/request.h"
 #include "interp/loops.h"
-#include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "values/arguments.h"
+#include "values/buffers.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 

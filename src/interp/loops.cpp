@@ -2,15 +2,14 @@
 // in its three forms, and the nesting guard that keeps recursion off the C stack's end.
 #include "interp/loops.h"
 
-#include <pthread.h>
-
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <pthread.h>
 
 #include "driver/diagnostics.h"
 #include "interp/dispatcher.h"
-#include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "values/arguments.h"
 #include "values/substitution.h"
 #include "values/variables.h"

@@ -11,8 +11,6 @@
 #include "values/output.h"
 #include "values/substitution.h"
 
-int IgnoreEmpty = 1;
-
 namespace {
 
 constexpr int TRAP_NAME_MAX = 62;

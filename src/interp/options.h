@@ -2,8 +2,6 @@
 // they switch.
 #pragma once
 
-extern int IgnoreEmpty;   // [1] lines left empty by commands are dropped
-
 int V_option(char *buff, int *compile, int ignore);
 int V_compile(char *buff, int *compile, int ignore);
 int V_html(char *buff, int compile, int ignore);

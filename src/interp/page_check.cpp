@@ -6,9 +6,6 @@
 // are followed after it, once each and as deep as the interpreter runs them.
 #include "interp/page_check.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -20,12 +17,15 @@
 #include <new>
 #include <set>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
+#include "base/owners.h"
 #include "interp/conditions.h"
 #include "interp/dispatcher.h"
-#include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "values/arguments.h"
 #include "values/substitution.h"
 
@@ -39,11 +39,6 @@ constexpr long FILE_MAX = INT_MAX - 32;   // the largest file V_printfile loads
 
 const char CHECK_FLAG[] = "--check";
 const char INCLUDE_TAG[] = "<@include>";
-
-struct CloseFile {
-    void operator()(FILE *f) const { fclose(f); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
 
 // A block open at some line of the file being checked.
 struct Open {

@@ -9,19 +9,9 @@
 #include <cstring>
 #include <memory>
 
-// Printable ASCII in code order without the underscore, then the Russian
-// lower-case and upper-case letters of KOI8-R in alphabetical order. The
-// hard signs stand as AC/AE and the upper-case E8 is missing: ranges written
-// by existing pages depend on exactly this table.
-const unsigned char SYMalphabet[PATT_ALPHABET_LEN + 1] =
-    " !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^`"
-    "abcdefghijklmnopqrstuvwxyz{|}~"
-    "\xC1\xC2\xD7\xC7\xC4\xC5\xD6\xDA\xC9\xCA\xCB\xCC\xCD\xCE\xCF\xD0"
-    "\xD2\xD3\xD4\xD5\xC6\xC8\xC3\xDE\xDB\xDD\xAC\xD9\xD8\xDC\xC0\xD1"
-    "\xE1\xE2\xF7\xE7\xE4\xE5\xF6\xFA\xE9\xEA\xEB\xEC\xED\xEE\xEF\xF0"
-    "\xF2\xF3\xF4\xF5\xE6\xE3\xFE\xFB\xFD\xAE\xF9\xF8\xFC\xE0\xF1";
+namespace {
 
-static int rank_of(unsigned char c) {
+int rank_of(unsigned char c) {
     static int rank[256];
     static bool built = false;
     if (!built) {
@@ -31,18 +21,7 @@ static int rank_of(unsigned char c) {
     return rank[c];
 }
 
-int vp_SYMcmp(const char *a, const char *b, int n) {
-    for (int i = 0; i < n; i++) {
-        int d = rank_of((unsigned char)a[i]) - rank_of((unsigned char)b[i]);
-        if (d) return d;
-        if (!a[i]) return 0;
-    }
-    return 0;
-}
-
-/* ---- compiling ---- */
-
-static PATTnode *new_node(int type, unsigned char c1, unsigned char c2) {
+PATTnode *new_node(int type, unsigned char c1, unsigned char c2) {
     PATTnode *n = (PATTnode *)calloc(1, sizeof(PATTnode));
     if (!n) return nullptr;
     n->type = type;
@@ -51,12 +30,12 @@ static PATTnode *new_node(int type, unsigned char c1, unsigned char c2) {
     return n;
 }
 
-static bool is_escapable(char c) { return c && strchr("*![]^-\\", c); }
+bool is_escapable(char c) { return c && strchr("*![]^-\\", c); }
 
 // Reads one bracket set starting after its "["; returns the chain head (null
 // for an empty set) and moves *pp behind the set. *failed reports a failed
 // allocation, the chain made so far being freed already.
-static PATTnode *load_set(const char **pp, bool *failed) {
+PATTnode *load_set(const char **pp, bool *failed) {
     const char *p = *pp;
     bool neg = (*p == '^');
     if (neg) p++;
@@ -85,7 +64,7 @@ static PATTnode *load_set(const char **pp, bool *failed) {
 
 // Reads one element at *pp. Returns the node (null for an empty set), moving
 // *pp behind the element.
-static PATTnode *load_one(const char **pp, bool *failed) {
+PATTnode *load_one(const char **pp, bool *failed) {
     const char *p = *pp;
     int type = PATT_CHAR;
     unsigned char c = (unsigned char)*p;
@@ -109,80 +88,12 @@ static PATTnode *load_one(const char **pp, bool *failed) {
     return n;
 }
 
-PATTnode *kor_LOADpatt(const char *patt) {
-    if (!patt) return nullptr;
-    PATTnode *head = nullptr, *last = nullptr;
-    const char *p = patt;
-    while (*p) {
-        bool failed = false;
-        PATTnode *n = load_one(&p, &failed);
-        if (failed) {
-            kor_FREEpatt(head);
-            return nullptr;
-        }
-        if (!n) continue;
-        if (last) last->next = n; else head = n;
-        last = n;
-    }
-    return head;
-}
-
-int kor_FREEpatt(PATTnode *p) {
-    // Iterative along both links: a hostile pattern may be very long.
-    while (p) {
-        PATTnode *next = p->next;
-        PATTnode *a = p->alt;
-        while (a) {
-            PATTnode *an = a->alt;
-            kor_FREEpatt(a->next);
-            free(a);
-            a = an;
-        }
-        free(p);
-        p = next;
-    }
-    return 0;
-}
-
-/* ---- matching ---- */
-
-static bool in_range(unsigned char c, unsigned char lo, unsigned char hi) {
+bool in_range(unsigned char c, unsigned char lo, unsigned char hi) {
     const char cs[2] = {(char)c, 0};
     const char los[2] = {(char)lo, 0};
     const char his[2] = {(char)hi, 0};
     return vp_SYMcmp(cs, los, 1) >= 0 && vp_SYMcmp(cs, his, 1) <= 0;
 }
-
-int kor_ORpatt(const PATTnode *p, int c) {
-    c &= 0xFF;
-    while (p) {
-        switch (p->type) {
-        case PATT_ONE:
-            if (c) return 0;
-            break;
-        case PATT_CHAR:
-            if (c == p->c1) return 0;
-            break;
-        case PATT_NOT_CHAR:
-            if (c == p->c1) return -1;
-            if (!p->alt) return 0;
-            break;
-        case PATT_RANGE:
-            if (in_range(c, p->c1, p->c2)) return 0;
-            break;
-        case PATT_NOT_RANGE:
-            if (in_range(c, p->c1, p->c2)) return -1;
-            if (!p->alt) return 0;
-            break;
-        default:
-            return -1;
-        }
-        p = p->alt;
-    }
-    return -1;
-}
-
-namespace {
 
 // Matching fills a table over (pattern element, text position) instead of
 // backtracking: a "*" or "!" asks whether the rest of the pattern matches
@@ -236,6 +147,95 @@ int match_table(const PATTnode *first, const char *t, int len) {
 }
 
 }  // namespace
+
+// Printable ASCII in code order without the underscore, then the Russian
+// lower-case and upper-case letters of KOI8-R in alphabetical order. The
+// hard signs stand as AC/AE and the upper-case E8 is missing: ranges written
+// by existing pages depend on exactly this table.
+const unsigned char SYMalphabet[PATT_ALPHABET_LEN + 1] =
+    " !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^`"
+    "abcdefghijklmnopqrstuvwxyz{|}~"
+    "\xC1\xC2\xD7\xC7\xC4\xC5\xD6\xDA\xC9\xCA\xCB\xCC\xCD\xCE\xCF\xD0"
+    "\xD2\xD3\xD4\xD5\xC6\xC8\xC3\xDE\xDB\xDD\xAC\xD9\xD8\xDC\xC0\xD1"
+    "\xE1\xE2\xF7\xE7\xE4\xE5\xF6\xFA\xE9\xEA\xEB\xEC\xED\xEE\xEF\xF0"
+    "\xF2\xF3\xF4\xF5\xE6\xE3\xFE\xFB\xFD\xAE\xF9\xF8\xFC\xE0\xF1";
+
+int vp_SYMcmp(const char *a, const char *b, int n) {
+    for (int i = 0; i < n; i++) {
+        int d = rank_of((unsigned char)a[i]) - rank_of((unsigned char)b[i]);
+        if (d) return d;
+        if (!a[i]) return 0;
+    }
+    return 0;
+}
+
+/* ---- compiling ---- */
+
+PATTnode *kor_LOADpatt(const char *patt) {
+    if (!patt) return nullptr;
+    PATTnode *head = nullptr, *last = nullptr;
+    const char *p = patt;
+    while (*p) {
+        bool failed = false;
+        PATTnode *n = load_one(&p, &failed);
+        if (failed) {
+            kor_FREEpatt(head);
+            return nullptr;
+        }
+        if (!n) continue;
+        if (last) last->next = n; else head = n;
+        last = n;
+    }
+    return head;
+}
+
+int kor_FREEpatt(PATTnode *p) {
+    // Iterative along both links: a hostile pattern may be very long.
+    while (p) {
+        PATTnode *next = p->next;
+        PATTnode *a = p->alt;
+        while (a) {
+            PATTnode *an = a->alt;
+            kor_FREEpatt(a->next);
+            free(a);
+            a = an;
+        }
+        free(p);
+        p = next;
+    }
+    return 0;
+}
+
+/* ---- matching ---- */
+
+int kor_ORpatt(const PATTnode *p, int c) {
+    c &= 0xFF;
+    while (p) {
+        switch (p->type) {
+        case PATT_ONE:
+            if (c) return 0;
+            break;
+        case PATT_CHAR:
+            if (c == p->c1) return 0;
+            break;
+        case PATT_NOT_CHAR:
+            if (c == p->c1) return -1;
+            if (!p->alt) return 0;
+            break;
+        case PATT_RANGE:
+            if (in_range(c, p->c1, p->c2)) return 0;
+            break;
+        case PATT_NOT_RANGE:
+            if (in_range(c, p->c1, p->c2)) return -1;
+            if (!p->alt) return 0;
+            break;
+        default:
+            return -1;
+        }
+        p = p->alt;
+    }
+    return -1;
+}
 
 int kor_EXEpatt(PATTnode *p, const char *s) {
     if (!s) s = "";

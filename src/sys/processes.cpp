@@ -13,10 +13,54 @@
 #include "values/substitution.h"
 #include "values/variables.h"
 
-static bool has_tag(const char *buff, const char *tag)
+namespace {
+
+bool has_tag(const char *buff, const char *tag)
 {
     return strncmp(buff, tag, strlen(tag)) == 0;
 }
+
+// <@unlink> and <@chdir> take their first word in place, over the text it
+// came from.
+void first_word_in_place(char *text)
+{
+    char word[V_LINE_MAX];
+    V_arg_string(text, word);
+    memcpy(text, word, strlen(word) + 1);
+}
+
+// The count of <@sleep>/<@usleep>: a text that does not start with a number
+// means no pause.
+int leading_count(const char *text)
+{
+    int n = 0;
+    if (sscanf(text, "%d", &n) != 1)
+        return 0;
+    return n;
+}
+
+int pause_command(char *buff, int compile, int ignore, const char *tag,
+                  const char *trace, bool micro)
+{
+    if (!has_tag(buff, tag))
+        return -1;
+    V_TRACE(trace, buff, compile, ignore);
+    if (ignore)
+        return 0;
+    char text[V_LINE_MAX];
+    V_transline(buff + strlen(tag), text, compile);
+    V_DEBUG("%s // %s\n", buff, text);
+    int n = leading_count(text);
+    if (n < 1)
+        return 0;
+    if (micro)
+        usleep((useconds_t)n);
+    else
+        sleep((unsigned)n);
+    return 0;
+}
+
+}  // namespace
 
 int V_shell(char *buff, int compile, int ignore)
 {
@@ -58,15 +102,6 @@ int V_fork(char *buff, int compile, int ignore)
     return V_put_value(name, pid, 0, 0);
 }
 
-// <@unlink> and <@chdir> take their first word in place, over the text it
-// came from.
-static void first_word_in_place(char *text)
-{
-    char word[V_LINE_MAX];
-    V_arg_string(text, word);
-    memcpy(text, word, strlen(word) + 1);
-}
-
 int V_unlink(char *buff, int compile, int ignore)
 {
     static const char tag[] = "<@unlink>";
@@ -97,37 +132,6 @@ int V_chdir(char *buff, int compile, int ignore)
     first_word_in_place(path);
     if (chdir(path) != 0)
         V_TRACE("V_chdir: cannot change to %s\n", path);   // silent for the page
-    return 0;
-}
-
-// The count of <@sleep>/<@usleep>: a text that does not start with a number
-// means no pause.
-static int leading_count(const char *text)
-{
-    int n = 0;
-    if (sscanf(text, "%d", &n) != 1)
-        return 0;
-    return n;
-}
-
-static int pause_command(char *buff, int compile, int ignore, const char *tag,
-                         const char *trace, bool micro)
-{
-    if (!has_tag(buff, tag))
-        return -1;
-    V_TRACE(trace, buff, compile, ignore);
-    if (ignore)
-        return 0;
-    char text[V_LINE_MAX];
-    V_transline(buff + strlen(tag), text, compile);
-    V_DEBUG("%s // %s\n", buff, text);
-    int n = leading_count(text);
-    if (n < 1)
-        return 0;
-    if (micro)
-        usleep((useconds_t)n);
-    else
-        sleep((unsigned)n);
     return 0;
 }
 

@@ -9,10 +9,12 @@
 #include <sys/shm.h>
 
 #include "driver/diagnostics.h"
-#include "driver/request.h"
 #include "values/arguments.h"
+#include "values/buffers.h"
 #include "values/substitution.h"
 #include "values/variables.h"
+
+namespace {
 
 constexpr int V_SHM_MAX = 16;
 constexpr int ARG_AREA = 1000;
@@ -23,10 +25,10 @@ struct V_SHM {
     V_USER *user;    // the variable bound to it
 };
 
-static V_SHM v_SHM[V_SHM_MAX];
+V_SHM v_SHM[V_SHM_MAX];
 
 // Up to six arguments into one 1000-byte area.
-static void take_args(const char *text, char (*word)[ARG_AREA], int count)
+void take_args(const char *text, char (*word)[ARG_AREA], int count)
 {
     int used = 0;
     char one[V_LINE_MAX];
@@ -44,13 +46,13 @@ static void take_args(const char *text, char (*word)[ARG_AREA], int count)
     }
 }
 
-static void set_status(const char *name, bool ok)
+void set_status(const char *name, bool ok)
 {
     V_put_value(*name ? name : "status", ok ? "0" : "-1", 0, 0);
 }
 
 // Detaches the first attached slot with that name and drops its variable.
-static void release(const char *name)
+void release(const char *name)
 {
     for (auto &slot : v_SHM) {
         if (!slot.shm || strcmp(slot.name, name) != 0)
@@ -67,7 +69,7 @@ static void release(const char *name)
     }
 }
 
-static V_SHM *free_slot()
+V_SHM *free_slot()
 {
     for (auto &slot : v_SHM)
         if (!slot.shm)
@@ -76,7 +78,7 @@ static V_SHM *free_slot()
 }
 
 // Attaches the segment of key into slot; the message names what failed.
-static const char *attach(V_SHM *slot, long key, long size, long offset, long length)
+const char *attach(V_SHM *slot, long key, long size, long offset, long length)
 {
     if (size < 1 || offset < 0 || length < 0 || length > 32767 || offset + length > size)
         return "## Cannot get SHM...";   // the stretch must lie inside the segment
@@ -89,6 +91,8 @@ static const char *attach(V_SHM *slot, long key, long size, long offset, long le
     slot->shm = at;
     return nullptr;
 }
+
+}  // namespace
 
 int V_shmat(char *buff, int compile, int ignore)
 {

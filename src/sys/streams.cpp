@@ -6,12 +6,17 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/owners.h"
 #include "driver/diagnostics.h"
 #include "interp/loops.h"
 #include "values/arguments.h"
 #include "values/output.h"
 #include "values/substitution.h"
 #include "values/variables.h"
+
+int V_eof;   // end of data: set by <@fgets> at end of file and by the SQL row loop
+
+namespace {
 
 constexpr int V_OPEN_MAX = 32;
 constexpr int V_OPEN_NAME = 128;
@@ -23,8 +28,7 @@ struct V_OPEN {
     char name[V_OPEN_NAME];
 };
 
-static V_OPEN v_OPEN[V_OPEN_MAX];
-int V_eof;   // end of data: set by <@fgets> at end of file and by the SQL row loop
+V_OPEN v_OPEN[V_OPEN_MAX];
 
 // The output stream an <@file> or <@xfile> block puts back when it ends.
 struct Output_frame {
@@ -32,12 +36,12 @@ struct Output_frame {
     Output_frame *up;
 };
 
-static Output_frame *outputs;   // innermost running block first
+Output_frame *outputs;   // innermost running block first
 
 // An <@xfile> stream closed inside its own block, or inside a block nested
 // in it, must be neither the current output nor put back as it: the page
 // output takes its place.
-static void forget_output(FILE *fp)
+void forget_output(FILE *fp)
 {
     if (V_stdout == fp)
         V_stdout = nullptr;
@@ -54,7 +58,7 @@ struct Args {
     int count;
 };
 
-static void take_args(const char *text, Args *a, int area_size, int max_words)
+void take_args(const char *text, Args *a, int area_size, int max_words)
 {
     int used = 0;
     a->count = 0;
@@ -80,15 +84,15 @@ static void take_args(const char *text, Args *a, int area_size, int max_words)
     }
 }
 
-static bool has_tag(const char *buff, const char *tag)
+bool has_tag(const char *buff, const char *tag)
 {
     return strncmp(buff, tag, strlen(tag)) == 0;
 }
 
 // Common entry of the stream commands: tag test, trace, substitution and
 // argument split. Returns -1 (not ours), 0 (ignored) or 1 (go on).
-static int stream_entry(char *buff, int compile, int ignore, const char *tag,
-                        const char *handler, Args *a, int area_size, int max_words)
+int stream_entry(char *buff, int compile, int ignore, const char *tag,
+                 const char *handler, Args *a, int area_size, int max_words)
 {
     if (!has_tag(buff, tag))
         return -1;
@@ -102,12 +106,12 @@ static int stream_entry(char *buff, int compile, int ignore, const char *tag,
     return 1;
 }
 
-static void set_status(const char *name, bool ok)
+void set_status(const char *name, bool ok)
 {
     V_put_value(*name ? name : "status", ok ? "0" : "-1", 0, 0);
 }
 
-static V_OPEN *find_stream(const char *name)
+V_OPEN *find_stream(const char *name)
 {
     for (auto &slot : v_OPEN)
         if (slot.fp && strcmp(slot.name, name) == 0)
@@ -115,7 +119,7 @@ static V_OPEN *find_stream(const char *name)
     return nullptr;
 }
 
-static V_OPEN *free_slot()
+V_OPEN *free_slot()
 {
     for (auto &slot : v_OPEN)
         if (!slot.fp)
@@ -123,13 +127,13 @@ static V_OPEN *free_slot()
     return nullptr;
 }
 
-static void register_stream(V_OPEN *slot, FILE *fp, const char *name)
+void register_stream(V_OPEN *slot, FILE *fp, const char *name)
 {
     slot->fp = fp;
     snprintf(slot->name, sizeof slot->name, "%s", name);
 }
 
-static int open_command(char *buff, int compile, int ignore, bool pipe)
+int open_command(char *buff, int compile, int ignore, bool pipe)
 {
     Args a;
     int r = stream_entry(buff, compile, ignore, pipe ? "<@popen>" : "<@fopen>",
@@ -155,17 +159,7 @@ static int open_command(char *buff, int compile, int ignore, bool pipe)
     return 0;
 }
 
-int V_io_fopen(char *buff, int compile, int ignore)
-{
-    return open_command(buff, compile, ignore, false);
-}
-
-int V_io_popen(char *buff, int compile, int ignore)
-{
-    return open_command(buff, compile, ignore, true);
-}
-
-static int close_command(char *buff, int compile, int ignore, bool pipe)
+int close_command(char *buff, int compile, int ignore, bool pipe)
 {
     Args a;
     int r = stream_entry(buff, compile, ignore, pipe ? "<@pclose>" : "<@fclose>",
@@ -185,6 +179,51 @@ static int close_command(char *buff, int compile, int ignore, bool pipe)
     slot->fp = nullptr;
     set_status(a.word[1], true);
     return 0;
+}
+
+// Runs the block once with the page output sent to fp, then puts back the
+// output stream and flush mode that were current before. The saved streams
+// of the running blocks are chained so that a close can reach them.
+void run_into(V_FILE *page, FILE *fp, int compile)
+{
+    Output_frame frame{V_stdout, outputs};
+    outputs = &frame;
+    int saved_flush = DO_fflush;
+    V_stdout = fp;
+    DO_fflush = 0;
+    V_notfound(page, compile, 0);
+    DO_fflush = saved_flush;
+    V_stdout = frame.saved;
+    outputs = frame.up;
+}
+
+// Common entry of the two blocks: the path, or -1/0 as for the commands.
+int block_entry(V_FILE *page, char *buff, int compile, int ignore, const char *tag,
+                const char *handler, char *text, char *path)
+{
+    if (!has_tag(buff, tag))
+        return -1;
+    V_TRACE("%s: {%s} compile: %d  ignore: %d \n", handler, buff, compile, ignore);
+    if (ignore) {
+        V_notfound(page, compile, 1);
+        return 0;
+    }
+    V_transline(buff + strlen(tag), text, compile);
+    V_DEBUG("%s // %s \n", buff, text);
+    V_arg_string(text, path);
+    return 1;
+}
+
+}  // namespace
+
+int V_io_fopen(char *buff, int compile, int ignore)
+{
+    return open_command(buff, compile, ignore, false);
+}
+
+int V_io_popen(char *buff, int compile, int ignore)
+{
+    return open_command(buff, compile, ignore, true);
 }
 
 int V_io_fclose(char *buff, int compile, int ignore)
@@ -266,53 +305,19 @@ long V_ftell(const char *name)
     return slot ? ftell(slot->fp) : -1;
 }
 
-// Runs the block once with the page output sent to fp, then puts back the
-// output stream and flush mode that were current before. The saved streams
-// of the running blocks are chained so that a close can reach them.
-static void run_into(V_FILE *page, FILE *fp, int compile)
-{
-    Output_frame frame{V_stdout, outputs};
-    outputs = &frame;
-    int saved_flush = DO_fflush;
-    V_stdout = fp;
-    DO_fflush = 0;
-    V_notfound(page, compile, 0);
-    DO_fflush = saved_flush;
-    V_stdout = frame.saved;
-    outputs = frame.up;
-}
-
-// Common entry of the two blocks: the path, or -1/0 as for the commands.
-static int block_entry(V_FILE *page, char *buff, int compile, int ignore, const char *tag,
-                       const char *handler, char *text, char *path)
-{
-    if (!has_tag(buff, tag))
-        return -1;
-    V_TRACE("%s: {%s} compile: %d  ignore: %d \n", handler, buff, compile, ignore);
-    if (ignore) {
-        V_notfound(page, compile, 1);
-        return 0;
-    }
-    V_transline(buff + strlen(tag), text, compile);
-    V_DEBUG("%s // %s \n", buff, text);
-    V_arg_string(text, path);
-    return 1;
-}
-
 int V_File(V_FILE *page, char *buff, int compile, int ignore)
 {
     char text[V_LINE_MAX], path[V_LINE_MAX];
     int r = block_entry(page, buff, compile, ignore, "<@file>", "V_file", text, path);
     if (r <= 0)
         return r;
-    FILE *fp = fopen(path, "a");
+    File fp(fopen(path, "a"));
     if (!fp) {
         ERRMSG("V_file: Cannot open file: {%s} \n", text);
         V_notfound(page, compile, 1);   // only while an error page runs
         return 0;
     }
-    run_into(page, fp, compile);
-    fclose(fp);
+    run_into(page, fp.get(), compile);
     return 0;
 }
 

@@ -1,9 +1,11 @@
 // Date formats: the token walk that writes or reads a date-time record,
-// and the conversions between date texts and seconds since the epoch.
+// the conversions between date texts and seconds since the epoch, and today.
 #include "values/dates.h"
 
 #include <cstdio>
 #include <cstring>
+
+#include "values/block_heap.h"
 
 namespace {
 
@@ -285,4 +287,18 @@ void V_date_info(uint16_t *year, uint16_t *month, uint16_t *day,
     *hours = static_cast<uint16_t>(Hours);
     *minutes = static_cast<uint16_t>(Minutes);
     *seconds = static_cast<uint16_t>(Seconds);
+}
+
+char *V_today(V_heap *hp) {
+    if (!hp) return nullptr;
+    time_t now = time(nullptr);
+    struct tm tm;
+    if (!localtime_r(&now, &tm)) return nullptr;
+    int year = tm.tm_year + 1900, month = tm.tm_mon + 1, day = tm.tm_mday;
+    if (year < 0 || year > 9999) year = 9999;   // keeps the text 10 bytes
+    char *s = (char *)V_heap_alloc(hp, 11);
+    if (!s) return nullptr;
+    snprintf(s, 11, "%04u-%02u-%02u", (unsigned)year % 10000u, (unsigned)month % 100u,
+             (unsigned)day % 100u);
+    return s;
 }

@@ -7,6 +7,7 @@
 int HTML = 1;
 int V_len = -1;
 int DO_fflush = 1;
+int IgnoreEmpty = 1;
 FILE *V_stdout;
 FILE *V_fp;
 

@@ -6,6 +6,7 @@
 extern int HTML;          // [1] Latin-1 letters written as entities
 extern int V_len;         // [-1] length limit of the next written value
 extern int DO_fflush;     // [1] flush after every written piece
+extern int IgnoreEmpty;   // [1] lines left empty by commands are dropped
 extern FILE *V_stdout;    // output of a <@file>/<@xfile> block; wins over V_fp
 extern FILE *V_fp;        // page output stream; null means standard output
 

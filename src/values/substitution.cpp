@@ -1,33 +1,27 @@
 // Value substitution: finds $(...) references in a line, expands nested ones
 // first, and resolves each reference through the modifiers and system names.
+// Names whose value comes from above this layer (a user function, the
+// database, a stream, the page run) are rows installed at start-up.
 #include "values/substitution.h"
 
-#include <crypt.h>
-#include <sys/time.h>
-#include <unistd.h>
-
 #include <cctype>
-#include <cstdarg>
 #include <climits>
+#include <crypt.h>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <sys/time.h>
+#include <unistd.h>
 
-#include "db/sql_commands.h"
 #include "driver/diagnostics.h"
-#include "driver/request.h"
 #include "form/url_codec.h"
-#include "interp/conditions.h"
-#include "interp/expressions.h"
-#include "interp/functions.h"
-#include "interp/options.h"
-#include "interp/page_file.h"
-#include "sys/streams.h"
-#include "values/arguments.h"
+#include "values/buffers.h"
 #include "values/dates.h"
 #include "values/escapes.h"
+#include "values/expressions.h"
 #include "values/output.h"
 #include "values/variables.h"
 
@@ -44,6 +38,8 @@ struct V_sink {
 constexpr int FORMAT_MAX = 80;      // printf:/int: formats beyond 79 characters are cut
 constexpr int DATE_NAME_MAX = 100;  // dt2str:/str2dt: operands must stay shorter
 constexpr int NUM_MAX = 64;
+
+const V_VALUE_ROW *value_rows;   // the names resolved above this layer
 
 // Work buffers live on the heap: modifiers chain and references nest, and a
 // hostile page could otherwise stack thousands of 8 KB frames.
@@ -140,23 +136,6 @@ void trim_buff(char *text) {
     if (w > text && w[-1] == ' ') w--;
     *w = '\0';
     V_TRACE("trim_buff: OUT= {%s}", text);
-}
-
-void row_call(const char *rest, V_sink &out) {
-    auto args = work_buf(V_LINE_MAX);
-    value_of(rest, args.get());
-    const char *text = args[0] ? args.get() : rest;
-    auto cmd = work_buf(V_LINE_MAX);
-    snprintf(cmd.get(), V_LINE_MAX, "<@call> %s", text);
-    V_TRACE("==> call: CALL: [%s] ", cmd.get());
-    auto receiver = work_buf(V_LINE_MAX);
-    memset(receiver.get(), 0, V_LINE_MAX);
-    V_call(cmd.get(), 1, 0, receiver.get());
-    receiver[V_LINE_MAX - 1] = '\0';
-    auto result = work_buf(V_LINE_MAX);
-    V_arg_string(receiver.get(), result.get());
-    V_TRACE("==> call: OUTPUT: [%s] ", result.get());
-    sink_value(out, result.get());
 }
 
 void row_txt2url(const char *rest, V_sink &out) {
@@ -499,7 +478,6 @@ int row_control(const char *ref, V_sink &out) {
 int row_modifier(const char *ref, V_sink &out) {
     const char *rest;
     if ((rest = after(ref, "sh:"))) return row_inplace(IN_SH, rest, out), 0;
-    if ((rest = after(ref, "call:"))) return row_call(rest, out), 0;
     if ((rest = after(ref, "txt2url:"))) return row_txt2url(rest, out), 0;
     if ((rest = after(ref, "url2txt:"))) return row_inplace(IN_URL2TXT, rest, out), 0;
     if ((rest = after(ref, "html:"))) return row_escape(ESC_HTML, rest, out), 0;
@@ -523,7 +501,6 @@ int row_modifier(const char *ref, V_sink &out) {
     if ((rest = after(ref, "word:"))) return row_word(rest, out), 0;
     if ((rest = after(ref, "int:"))) return row_int(rest, out), 0;
     if ((rest = after(ref, "printf:"))) return row_printf(rest, out), 0;
-    if ((rest = after(ref, "ftell:"))) return sink_printf(out, "%ld", V_ftell(rest)), 0;
     if ((rest = after(ref, "expr:"))) return row_expr(ref, rest, out), 0;
     if ((rest = after(ref, "env:"))) {
         const char *env = getenv(rest);
@@ -536,18 +513,28 @@ int row_modifier(const char *ref, V_sink &out) {
 // begins with them, which pages rely on.
 int row_system(const char *ref, V_sink &out) {
     if (!strcmp(ref, "today")) return row_today(out), 0;
-    if (after(ref, "V_ROWS")) return sink_printf(out, "%d", V_rowcount), 0;
     if (after(ref, "V_DT")) return sink_printf(out, "%ld", (long)time(nullptr)), 0;
     if (after(ref, "V_UDT")) return row_udt(out), 0;
     if (after(ref, "V_DDT")) return row_ddt(out), 0;
     if (after(ref, "V_RANDOM")) return row_random(out), 0;
-    if (after(ref, "V_SQLCODE")) return sink_printf(out, "%d", V_sqlcode), 0;
     if (after(ref, "V_VERSION")) return sink_printf(out, "%d", 670), 0;
-    if (after(ref, "V_INSERT_ID")) return sink_printf(out, "%ld", V_INSERT_ID), 0;
     if (after(ref, "V_NVAL")) return row_count(v_BUFFERS.vtree, out), 0;
     if (after(ref, "V_NFUN")) return row_count(v_BUFFERS.ftree, out), 0;
     if (!strcmp(ref, "V_ERRMSG")) return sink_value(out, V_ERRMSG), 0;
-    if (!strcmp(ref, "DIR")) return sink_value(out, DIR ? DIR : ""), 0;
+    return -1;
+}
+
+// The installed rows come after the value layer's own; the order is free,
+// as no reference matches two rows of either kind.
+int row_installed(const char *ref, V_sink &out) {
+    for (const V_VALUE_ROW *row = value_rows; row && row->name; row++) {
+        const char *rest = after(ref, row->name);
+        if (!rest || (!row->prefix && *rest)) continue;
+        auto value = work_buf(V_LINE_MAX);
+        row->value(rest, value.get());
+        sink_value(out, value.get());
+        return 0;
+    }
     return -1;
 }
 
@@ -556,6 +543,7 @@ void resolve(const char *ref, V_sink &out) {
     if (row_control(ref, out) == 0) return;
     if (row_modifier(ref, out) == 0) return;
     if (row_system(ref, out) == 0) return;
+    if (row_installed(ref, out) == 0) return;
     row_variable(ref, out);
 }
 
@@ -608,6 +596,8 @@ void V_transline_n(const char *line, char *buff, int size, int compile) {
     }
     if (!buff && DO_fflush) fflush(V_out());
 }
+
+void V_set_value_rows(const V_VALUE_ROW *rows) { value_rows = rows; }
 
 void V_transline(const char *line, char *buff, int compile) {
     V_transline_n(line, buff, V_LINE_MAX, compile);

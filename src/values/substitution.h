@@ -1,5 +1,6 @@
 // Value substitution: $(...) references in lines and arguments, expanded
-// innermost first, with the modifiers and system names.
+// innermost first, with the modifiers and system names; the names that need
+// the layers above are rows they install.
 #pragma once
 
 constexpr int V_LINE_MAX = 8192;   // lines, values and argument buffers
@@ -10,3 +11,17 @@ constexpr int V_REF_MAX = 4096;    // the text of one nested reference
 void V_transline(const char *line, char *buff, int compile);
 void V_transline_n(const char *line, char *buff, int size, int compile);
 void V_transvalue(const char *ref, char *buff);
+
+// A $(...) name whose value the value layer cannot find itself: it comes
+// from a user function, the database, a stream or the page run. value gets
+// the text after the name and fills out (V_LINE_MAX bytes), which is then
+// written like any value (the cut: length, HTML encoding).
+struct V_VALUE_ROW {
+    const char *name;
+    bool prefix;   // true: any reference that begins with name; false: name alone
+    void (*value)(const char *rest, char *out);
+};
+// Installs the rows (up to one with a null name), tried after the value
+// layer's own names and before the variables; until then, and for any name
+// they do not hold, a reference reads as a variable.
+void V_set_value_rows(const V_VALUE_ROW *rows);

@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "driver/diagnostics.h"
-#include "driver/request.h"
-#include "interp/conditions.h"
+#include "patt/like.h"
+#include "values/buffers.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // tree, each variable owning a private heap for its values.
 #pragma once
 #include "values/avl_tree.h"
-#include "db/block_heap.h"
+#include "values/block_heap.h"
 
 struct V_var {
     V_var *next;

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <string>
 
-#include "values/assignments.h"
+#include "interp/assignments.h"
 #include "values/variables.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "db/block_heap.h"
+#include "values/block_heap.h"
 
 namespace {
 

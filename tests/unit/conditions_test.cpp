@@ -7,8 +7,10 @@
 #include <ctime>
 #include <string>
 
-#include "db/block_heap.h"
 #include "interp/conditions.h"
+#include "patt/like.h"
+#include "values/block_heap.h"
+#include "values/dates.h"
 #include "values/variables.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "driver/cookies.h"
+#include "interp/cookies.h"
 #include "values/variables.h"
 
 TEST(Cookies, LongListsAndValuesAreCutToTheLine)

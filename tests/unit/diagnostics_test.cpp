@@ -13,8 +13,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "base/directories.h"
 #include "driver/diagnostics.h"
-#include "driver/environment.h"
 #include "values/output.h"
 
 namespace {
@@ -187,5 +187,28 @@ TEST(Diagnostics, DebugMarkerAloneGivesLevelOne)
         TMP_DIR = (char *)tmp.c_str();
         V_DEBUG("one\n");
         EXPECT_EQ(Debug, 1);
+    });
+}
+
+// Without a driver (hooks reset to their defaults) an error ends the
+// process with its message on standard error, and a heap trace line
+// carries no figures.
+TEST(Diagnostics, DefaultsServeWithoutADriver)
+{
+    EXPECT_EXIT(
+        {
+            V_set_diag_hooks({});
+            ERRMSG("no driver %d", 7);
+        },
+        testing::ExitedWithCode(255), "ERROR: no driver 7");
+    IN_CHILD({
+        V_set_diag_hooks({});
+        std::string home = make_dir(), tmp = make_dir();
+        touch(home + "/V_LOG3");
+        V_HOME = (char *)home.c_str();
+        TMP_DIR = (char *)tmp.c_str();
+        V_TRACE("plain\n");
+        std::string log = slurp(tmp + "/V_LOG3." + std::to_string(getpid()));
+        EXPECT_TRUE(std::regex_match(log, std::regex(std::string(PREFIX) + "plain\n"))) << log;
     });
 }

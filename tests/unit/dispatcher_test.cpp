@@ -10,7 +10,7 @@
 #include "driver/diagnostics.h"
 #include "interp/dispatcher.h"
 #include "interp/options.h"
-#include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "values/output.h"
 #include "values/substitution.h"
 

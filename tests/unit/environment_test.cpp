@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/directories.h"
 #include "driver/environment.h"
 #include "values/variables.h"
 

@@ -1,6 +1,6 @@
 // Unit tests of the expression evaluator: precedence, modes, literal
 // scanning, truncation, invalid texts keeping the previous result, limits.
-#include "interp/expressions.h"
+#include "values/expressions.h"
 
 #include <gtest/gtest.h>
 

@@ -7,7 +7,7 @@
 
 #include "interp/functions.h"
 #include "interp/loops.h"
-#include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "values/output.h"
 #include "values/variables.h"
 

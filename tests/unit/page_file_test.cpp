@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "values/substitution.h"
 
 namespace {

@@ -8,10 +8,10 @@
 #include <string>
 #include <unistd.h>
 
-#include "db/block_heap.h"
+#include "base/directories.h"
+#include "values/block_heap.h"
 #include "db/engine.h"
 #include "db/session.h"
-#include "driver/environment.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <string>
 
 #include "db/sql_commands.h"
-#include "interp/options.h"
+#include "interp/value_names.h"
 #include "values/output.h"
 #include "values/substitution.h"
 #include "values/variables.h"
@@ -146,6 +146,30 @@ TEST(Substitution, SystemNamesMatchAsPrefixes) {
     std::string udt = tv("V_UDT");
     ASSERT_EQ(udt.find('.'), udt.size() - 7);
     EXPECT_FALSE(tv("V_RANDOM").empty());
+}
+
+// Rows installed from above: a prefix row takes the text after its name, a
+// whole-name row no longer reference, and their values pass through the
+// cut: length like any value.
+TEST(Substitution, InstalledRowsResolveAfterTheOwnNames) {
+    static const V_VALUE_ROW rows[] = {
+        {"up:", true, [](const char *rest, char *out) { snprintf(out, V_LINE_MAX, "<%s>", rest); }},
+        {"UP", false, [](const char *, char *out) { snprintf(out, V_LINE_MAX, "whole"); }},
+        {"upper:", true, [](const char *, char *out) { snprintf(out, V_LINE_MAX, "row"); }},
+        {nullptr, false, nullptr},
+    };
+    V_set_value_rows(rows);
+    put("UPX", "var");
+    put("up", "text");
+    EXPECT_EQ(tv("up:abc"), "<abc>");
+    EXPECT_EQ(tr("[$(up:$(up))]"), "[<text>]");
+    EXPECT_EQ(tv("UP"), "whole");
+    EXPECT_EQ(tv("UPX"), "var");
+    EXPECT_EQ(tv("cut:3:up:abc"), "<ab");
+    EXPECT_EQ(tv("upper:up"), "TEXT");   // the value layer's own name wins
+    V_set_value_rows(nullptr);
+    EXPECT_EQ(tv("UP"), "");             // no table: a variable, here unset
+    V_set_value_rows(v_INTERP_VALUES);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "form/tmp_files.h"
+#include "base/tmp_files.h"
 
 namespace {
 

@@ -7,8 +7,7 @@
 #include <string>
 
 #include "driver/diagnostics.h"
-#include "driver/request.h"
-#include "interp/conditions.h"
+#include "patt/like.h"
 #include "values/variables.h"
 
 namespace {

@@ -2,13 +2,15 @@
 // something under one of our names before we come: creation is exclusive,
 // no open follows a link, and a file found under the name is judged on the
 // open descriptor, not on the name, before a byte of it is cut or written.
-#include "form/tmp_files.h"
+#include "base/tmp_files.h"
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "base/owners.h"
 
 namespace {
 
@@ -24,8 +26,8 @@ constexpr int OPEN_ROUNDS = 3;
 int take_over(const char *path, int flags)
 {
     // a planted fifo must not stall the request in open
-    int fd = open(path, flags | O_NONBLOCK);
-    if (fd < 0) {
+    Fd fd(open(path, flags | O_NONBLOCK));
+    if (!fd) {
         if (errno != ENOENT && errno != ELOOP)
             errno = EEXIST;
         return -1;
@@ -33,19 +35,14 @@ int take_over(const char *path, int flags)
     struct stat st;
     // one link: a hard link to another file of ours (a database, a page)
     // would be cut through this name
-    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid() ||
+    if (fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid() ||
         st.st_nlink != 1) {
-        close(fd);
         errno = EEXIST;
         return -1;
     }
-    if (fcntl(fd, F_SETFL, flags & O_APPEND) != 0) {
-        int err = errno;
-        close(fd);
-        errno = err;
+    if (fcntl(fd.get(), F_SETFL, flags & O_APPEND) != 0)
         return -1;
-    }
-    return fd;
+    return fd.release();
 }
 
 // The descriptor of path: new, or a stale file of ours taken over.
@@ -68,16 +65,14 @@ FILE *V_open_tmp(const char *path, TmpOpen how)
 {
     bool append = how == TmpOpen::Append;
     int flags = (append ? O_WRONLY | O_APPEND : O_RDWR) | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC;
-    int fd = open_private(path, flags);
-    if (fd < 0)
+    Fd fd(open_private(path, flags));
+    if (!fd)
         return nullptr;
     // a file taken over is emptied only now that it is known to be ours
-    FILE *f = !append && ftruncate(fd, 0) != 0 ? nullptr : fdopen(fd, append ? "a" : "w+");
-    if (!f) {
-        int err = errno;
-        close(fd);
-        errno = err;
-    }
+    FILE *f = !append && ftruncate(fd.get(), 0) != 0 ? nullptr
+                                                   : fdopen(fd.get(), append ? "a" : "w+");
+    if (f)
+        fd.release();   // the stream closes it now
     return f;
 }
 

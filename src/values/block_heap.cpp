@@ -1,6 +1,6 @@
 // The block heap: small 256-byte blocks shared by many short strings, big
 // blocks of their own for longer requests, emptied or destroyed whole.
-#include "db/block_heap.h"
+#include "values/block_heap.h"
 
 #include <cstdint>
 #include <cstdlib>

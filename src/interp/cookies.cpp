@@ -2,7 +2,7 @@
 // into a variable; the start-up writes the Set-Cookie lines of the two cookie
 // lists. The lists come from the request, so only token names pass, and the
 // site's VORN_COOKIE_NAMES and VORN_COOKIE_ATTRIBUTES bound what a link sets.
-#include "driver/cookies.h"
+#include "interp/cookies.h"
 
 #include <algorithm>
 #include <cstdio>

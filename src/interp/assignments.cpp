@@ -1,6 +1,6 @@
 // The commands that change variables: set, add, clear, replace, error and
 // the operator assignments of V_let, with overflow-free integer arithmetic.
-#include "values/assignments.h"
+#include "interp/assignments.h"
 
 #include <cctype>
 #include <climits>

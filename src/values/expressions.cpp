@@ -1,6 +1,6 @@
 // Arithmetic expressions: the token scanner, the shift-reduce evaluator
 // (its stack mirrors an LR parser's) and the results kept between calls.
-#include "interp/expressions.h"
+#include "values/expressions.h"
 
 #include <cfloat>
 #include <climits>

@@ -1,0 +1,135 @@
+// The line reader over page files held in memory, and the lexical step that
+// turns a raw line into a text line or one command line: comments out,
+// control bytes blanked, continuation lines joined. It runs nothing, so the
+// runners, the block handlers and the page check all read through it.
+#include "interp/page_reader.h"
+
+#include <cstring>
+
+#include "driver/diagnostics.h"
+#include "values/substitution.h"
+
+namespace {
+
+constexpr int CONT_SIZE = 300;     // one continuation line and its comments
+
+// Removes every comment from buf (bufsize bytes). An open comment takes the
+// following lines of fp into buf at its own position, bounded by the buffer
+// end and by CONT_SIZE; the end of the file cuts the comment off there.
+void strip_comments(V_FILE *fp, char *buf, int bufsize)
+{
+    char *start;
+    while ((start = strstr(buf, "<@--")) != nullptr) {
+        char *end = strstr(start + 4, "--@>");
+        while (!end) {
+            int room = bufsize - (int)(start - buf);
+            if (room > CONT_SIZE)
+                room = CONT_SIZE;
+            if (room < 2 || V_fgets(start, room, fp) == 0) {
+                *start = 0;
+                return;
+            }
+            end = strstr(start, "--@>");
+        }
+        end += 4;
+        memmove(start, end, strlen(end) + 1);
+    }
+}
+
+void blank_controls(char *s)
+{
+    for (; *s; s++) {
+        if ((unsigned char)*s < 32 && *s != '\n')
+            *s = ' ';
+    }
+}
+
+// Appends the continuation lines of a command line that ends in a backslash.
+// Returns false when the next line would pass the buffer; it is left out.
+bool join_continuations(V_FILE *fp, char *buff)
+{
+    int len = (int)strlen(buff);
+    if (len == 0 || buff[len - 1] != '\\')
+        return true;
+    buff[--len] = 0;
+    for (;;) {
+        char work[CONT_SIZE];
+        if (V_fgets(work, CONT_SIZE, fp) == 0)
+            return true;
+        strip_comments(fp, work, CONT_SIZE);
+        blank_controls(work);
+        int wlen = (int)strlen(work);
+        if (wlen > 0 && work[wlen - 1] == '\n')
+            work[--wlen] = 0;
+        bool more = wlen > 0 && work[wlen - 1] == '\\';
+        if (more)
+            work[wlen - 1] = ' ';
+        if (len + wlen > V_LINE_MAX - 1)
+            return false;
+        memcpy(buff + len, work, (size_t)wlen + 1);
+        len += wlen;
+        if (!more)
+            return true;
+    }
+}
+
+enum { CUT_TEXT, CUT_COMMAND, CUT_TOO_LONG };
+
+// The work of cut_cmd, without its traces and its error.
+int cut_line(V_FILE *fp, char *buff)
+{
+    strip_comments(fp, buff, V_LINE_MAX);
+    blank_controls(buff);
+    char *p = buff;
+    while (*p == ' ')
+        p++;
+    if (strncmp(p, "<@", 2) != 0)
+        return CUT_TEXT;
+    memmove(buff, p, strlen(p) + 1);
+    char *nl = strchr(buff, '\n');
+    if (nl)
+        *nl = 0;
+    return join_continuations(fp, buff) ? CUT_COMMAND : CUT_TOO_LONG;
+}
+
+} // namespace
+
+int V_fgets(char *buff, int size, V_FILE *fp)
+{
+    if (!fp || !fp->text || size < 1) {
+        if (size > 0)
+            buff[0] = 0;
+        return 0;
+    }
+    V_TRACE("V_fgets:IN fp->size= %d fp->offset= %d\n", fp->size, fp->offset);
+    int n = 0;
+    if (fp->offset < 0)
+        fp->offset = 0;
+    while (n < size - 1 && fp->offset < fp->size) {
+        char c = fp->text[fp->offset++];
+        buff[n++] = c;
+        if (c == '\n')
+            break;
+    }
+    buff[n] = 0;
+    V_TRACE("V_fgets:OUT fp->size= %d fp->offset= %d\n", fp->size, fp->offset);
+    V_TRACE("V_fgets: return( %d )  buff={%s}\n", n, buff);
+    return n;
+}
+
+int cut_cmd(V_FILE *fp, char *buff)
+{
+    V_TRACE("cut_cmd: IN= {%s}", buff);
+    int kind = cut_line(fp, buff);
+    if (kind == CUT_TEXT)
+        return 0;
+    if (kind == CUT_TOO_LONG)
+        ERRMSG("cut_cmd: No more memory...");
+    V_TRACE("cut_cmd: OUT= {%s}", buff);
+    return 0;
+}
+
+int V_cut_line(V_FILE *fp, char *buff)
+{
+    return cut_line(fp, buff) == CUT_TOO_LONG ? -1 : 0;
+}
