@@ -11,6 +11,7 @@
 #include "interp/dispatcher.h"
 #include "interp/loops.h"
 #include "values/arguments.h"
+#include "values/command_entry.h"
 #include "values/output.h"
 #include "values/substitution.h"
 #include "values/variables.h"
@@ -296,17 +297,11 @@ int V_trans_printfile(const char *name, int compile)
 
 int V_include(char *buff, int compile, int ignore)
 {
-    static const char tag[] = "<@include>";
-    if (strncmp(buff, tag, sizeof tag - 1) != 0)
-        return -1;
-    V_TRACE("V_include: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
-    if (ignore)
-        return 0;
     char buf[V_LINE_MAX];
+    int go = command_entry(buff, "<@include>", compile, ignore, buf);
+    if (go <= 0)
+        return go;
     char arg[V_LINE_MAX];
-    buf[0] = 0;
-    V_transline(buff + sizeof tag - 1, buf, compile);
-    V_DEBUG("%s // %s \n", buff, buf);
     arg[0] = 0;
     V_arg_string(buf, arg);
     V_printfile(arg, compile);
@@ -315,11 +310,9 @@ int V_include(char *buff, int compile, int ignore)
 
 int V_quit(char *buff, int compile, int ignore)
 {
-    static const char tag[] = "<@quit>";
-    if (strncmp(buff, tag, sizeof tag - 1) != 0)
-        return -1;
-    V_TRACE("V_quit: buff= %s; compile= %d ignore: %d \n", buff, compile, ignore);
-    if (ignore)
-        return 0;
+    // <@quit> takes no arguments: nothing is substituted
+    int go = command_entry(buff, "<@quit>", compile, ignore, nullptr, {.form = ENTRY_BUFF});
+    if (go <= 0)
+        return go;
     V_exit(0);
 }
