@@ -12,6 +12,7 @@
 #include "interp/dispatcher.h"
 #include "interp/page_file.h"
 #include "values/arguments.h"
+#include "values/command_entry.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
@@ -184,15 +185,13 @@ int V_notfound(V_FILE *fp, int compile, int ignore) {
 }
 
 int V_while(V_FILE *fp, char *buff, int compile, int ignore) {
-    if (strncmp(buff, "<@while>", 8) != 0) return -1;
-    V_TRACE("V_while: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
-    if (ignore) {
+    char buf[V_LINE_MAX];
+    int go = command_entry(buff, "<@while>", compile, ignore, buf, {.form = ENTRY_BRACES_NARROW});
+    if (go < 0) return go;
+    if (go == 0) {
         skip_body(fp);
         return 0;
     }
-    char buf[V_LINE_MAX];
-    V_transline(buff + 8, buf, compile);
-    V_DEBUG("%s // %s \n", buff, buf);
     while_form form;
     if (!read_form(buf, &form)) {
         V_while_loop(fp, compile);
