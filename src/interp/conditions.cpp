@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,6 +20,7 @@
 #include "patt/wildcard.h"
 #include "sys/streams.h"
 #include "values/arguments.h"
+#include "values/command_entry.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
@@ -315,10 +317,8 @@ static int run_kind(const char *kw, const char *rest, const char *whole, CondWor
 // branch flag.
 static int eval_condition(char *buff, int taglen, int compile) {
     char work[V_LINE_MAX];
-    work[0] = 0;
-    V_transline(buff + taglen, work, compile);
+    command_text(buff, taglen, compile, work);
     work[V_LINE_MAX - 1] = 0;
-    V_DEBUG("%s // %s \n", buff, work);
 
     const char *rest = work;
     next_word(&rest, buff);
@@ -338,6 +338,8 @@ static int eval_condition(char *buff, int taglen, int compile) {
 static const char IF_TAG[] = "<@if>";
 static const char ELIF_TAG[] = "<@elif>";
 static const char ELSE_TAG[] = "<@else>";
+// Both condition tags trace under one name, with one blank before "ignore".
+constexpr Entry IF_ENTRY = {.name = "V_if", .form = ENTRY_BRACES_NARROW};
 
 // The length of the tag of an <@if> or <@elif> line, or 0 for any other line.
 static int condition_tag(const char *line) {
@@ -410,7 +412,7 @@ static int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
                 V_notfound(fp, compile, 1);
                 return 0;
             }
-            V_TRACE("V_if: {%s} compile: %d ignore: %d \n", line, compile, 0);
+            command_trace(line, ELIF_TAG, compile, 0, IF_ENTRY);
             if (!if_head(fp, line, (int)sizeof ELIF_TAG - 1, &compile, b->cmd, &cond)) return 0;
             taken = branch = cond;
             continue;
@@ -445,14 +447,17 @@ static int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
 }
 
 int V_if(V_FILE *fp, char *buff, int compile, int ignore) {
-    int taglen = condition_tag(buff);
-    if (!taglen) return -1;
-    V_TRACE("V_if: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
-
-    if (ignore) {
+    // The condition is substituted by if_head, once the inline command of
+    // a one-line form is cut off.
+    bool is_if = starts(buff, IF_TAG);
+    std::string_view tag = is_if ? IF_TAG : ELIF_TAG;
+    int go = command_entry(buff, tag, compile, ignore, nullptr, IF_ENTRY);
+    if (go < 0) return go;
+    int taglen = (int)tag.size();
+    if (go == 0) {
         // A skipped construct still consumes its lines, so that nesting
         // stays balanced; a one-line form and an elif own no lines.
-        if (starts(buff, IF_TAG) && inline_at(buff, taglen) < 0) V_notfound(fp, compile, 1);
+        if (is_if && inline_at(buff, taglen) < 0) V_notfound(fp, compile, 1);
         return 0;
     }
     if (V_enter_block() < 0) return 0;
