@@ -10,6 +10,7 @@
 #include "db/cursor_ids.h"
 #include "db/session.h"
 #include "driver/diagnostics.h"
+#include "interp/flow.h"
 #include "interp/functions.h"
 #include "interp/loops.h"
 #include "interp/page_file.h"
@@ -115,8 +116,7 @@ void V_found(const char *cid, V_heap *hp, V_FILE *fp, int compile) {
     V_TRACE("V_found: cid: %s compile: %d \n", cid, compile);
     int start = fp->offset;
     V_eof = 1;
-    Continue = 0;
-    Break = 0;
+    loop_start();
     int row = 1;
     V_val val[ROW_VALUES] = {};
     char names[V_LINE_MAX];
@@ -138,17 +138,13 @@ void V_found(const char *cid, V_heap *hp, V_FILE *fp, int compile) {
         V_notfound(fp, compile, 0);
         V_heap_reduce(hp);
         row++;
-        if (Break) {
+        if (pass_ends()) {
             V_eof = 0;
             break;
         }
-        Continue = 0;
     }
     V_lines = row - 1;
-    if (!ContinueBreak) {
-        Break = 0;
-        Continue = 0;
-    }
+    loop_done();
     if (V_lines == 0) V_notfound(fp, compile, 1);
 }
 

@@ -15,6 +15,7 @@
 #include "db/block_heap.h"
 #include "driver/diagnostics.h"
 #include "interp/dispatcher.h"
+#include "interp/flow.h"
 #include "interp/loops.h"
 #include "interp/page_file.h"
 #include "patt/wildcard.h"
@@ -385,12 +386,8 @@ static int if_head(V_FILE *fp, char *buff, int taglen, int *compile, char *cmd, 
     if (!inl) return 1;
 
     V_TRACE("V_if: try as line command: {%s} \n", cmd);
-    if (strstr(cmd, "<@continue>")) {
-        if (*cond) Continue = 1;
-        return 0;
-    }
-    if (strstr(cmd, "<@break>")) {
-        if (*cond) Continue = Break = 1;
+    if (Loop_tag tag = loop_tag(cmd, true)) {
+        take_loop_tag(tag, *cond);
         return 0;
     }
     return V_command(fp, cmd, compile, !*cond) == 0 ? 0 : 1;
@@ -419,18 +416,9 @@ static int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
         }
         if (V_command(fp, line, &compile, !branch) == 0) continue;
         if (starts(line, "<@end>")) return 0;
-        if (starts(line, "<@continue>")) {
-            if (branch) Continue = 1;
-            V_TRACE("V_if: [continue] ==> %d \n", Continue);
-            continue;
-        }
-        if (starts(line, "<@break>")) {
-            if (branch) {
-                Continue = 1;
-                Break = 1;
-                branch = 0;
-            }
-            V_TRACE("V_if: [break] ==> Continue= %d \n", Continue);
+        if (Loop_tag tag = loop_tag(line)) {
+            take_loop_tag(tag, branch, "V_if");
+            if (tag == LOOP_BREAK) branch = 0;   // nothing more of the branch runs
             continue;
         }
         if (V_is_else(line)) {

@@ -7,14 +7,13 @@
 
 #include "driver/diagnostics.h"
 #include "driver/request.h"
+#include "interp/flow.h"
 #include "interp/loops.h"
 #include "interp/page_file.h"
 #include "values/arguments.h"
 #include "values/command_entry.h"
 #include "values/substitution.h"
 #include "values/variables.h"
-
-char *Return;
 
 namespace {
 
@@ -267,14 +266,13 @@ int V_call(char *buff, int compile, int ignore, char *receiver) {
     int go = command_entry(buff, "<@call>", compile, ignore, buf, FUNCTION_ENTRY);
     if (go <= 0) return go;
     // a call in the arguments installs and puts back its own receiver
-    char *saved_return = Return;
-    Return = receiver;
+    char *saved_return = call_receiver(receiver);
     char name[FUN_NAME_MAX];
     function_name(buf, name);
     V_FUN *f = find_function(name);
     if (!f || !f->file) {
         ERRMSG("CALL: Unknown function name: %s \n", name);
-        Return = saved_return;
+        call_receiver(saved_return);
         return 0;
     }
     int saved_offset = f->file->offset;
@@ -298,11 +296,9 @@ int V_call(char *buff, int compile, int ignore, char *receiver) {
         unbind_arguments(f, shadowed, hp);
     else if (hp)
         keep_heap(hp);
-    Return = saved_return;
+    call_receiver(saved_return);
     f->file->offset = saved_offset;
-    Break = 0;
-    Continue = 0;
-    ContinueBreak = 0;
+    call_returned();
     return 0;
 }
 
@@ -311,10 +307,7 @@ int V_return(char *buff, int compile, int ignore) {
     int go = command_entry(buff, "<@return>", compile, ignore, buf, FUNCTION_ENTRY);
     if (go <= 0) return go;
     V_TRACE("V_return: {%s}", buf);
-    if (Return) V_copy_cut(Return, buf, V_LINE_MAX);
-    ContinueBreak = 1;
-    Continue = 1;
-    Break = 1;
+    return_text(buf);
     return 0;
 }
 

@@ -9,6 +9,7 @@
 #include "driver/diagnostics.h"
 #include "driver/request.h"
 #include "interp/dispatcher.h"
+#include "interp/flow.h"
 #include "interp/loops.h"
 #include "values/arguments.h"
 #include "values/command_entry.h"
@@ -116,11 +117,8 @@ void run_lines(V_FILE *fp, int compile)
             V_transline(line, nullptr, compile);
             continue;
         }
-        if (Break) {
-            Continue = 0;
-            Break = 0;
+        if (file_ends())
             break;
-        }
     }
 }
 
