@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "db/sql_commands.h"
 #include "driver/cookies.h"
@@ -20,6 +21,7 @@
 #include "sys/streams.h"
 #include "values/assignments.h"
 #include "values/avl_tree.h"
+#include "values/command_entry.h"
 
 namespace {
 
@@ -113,6 +115,7 @@ struct V_CMD {
     const cmd_t *row;
 };
 
+constexpr std::string_view TAG_OPEN = "<@";
 constexpr int NAME_SIZE = 32;
 constexpr int NAME_MAX_LEN = 29;   // a longer word is never a command
 
@@ -160,7 +163,7 @@ const cmd_t *lookup(const char *name)
 // false when there is none that could be a keyword.
 bool command_name(const char *buff, char *name)
 {
-    const char *p = buff + 2;
+    const char *p = buff + TAG_OPEN.size();
     const char *gt = strchr(p, '>');
     if (!gt || gt - p > NAME_MAX_LEN)
         return false;
@@ -175,7 +178,7 @@ bool command_name(const char *buff, char *name)
 // and the block runners.
 V_ROLE V_line_role(const char *line)
 {
-    if (!line || strncmp(line, "<@", 2) != 0)
+    if (!line || !has_tag(line, TAG_OPEN))
         return ROLE_TEXT;
     char name[NAME_SIZE];
     if (const cmd_t *row = command_name(line, name) ? lookup(name) : nullptr)
@@ -188,7 +191,7 @@ V_ROLE V_line_role(const char *line)
 int V_command(V_FILE *fp, char *buff, int *compile, int ignore)
 {
     cut_cmd(fp, buff);
-    if (strncmp(buff, "<@", 2) != 0)
+    if (!has_tag(buff, TAG_OPEN))
         return -1;
     char name[NAME_SIZE];
     if (const cmd_t *row = command_name(buff, name) ? lookup(name) : nullptr) {

@@ -150,7 +150,7 @@ int V_notfound(V_FILE *fp, int compile, int ignore) {
     while (V_fgets(buff, V_LINE_MAX, fp) > 0) {
         if (ContinueBreak || Continue) ignore = 1;
         if (V_command(fp, buff, &compile, ignore) == 0) continue;
-        if (strncmp(buff, "<@end>", 6) == 0) break;
+        if (has_tag(buff, "<@end>")) break;
         if (Loop_tag tag = loop_tag(buff)) {
             take_loop_tag(tag, !ignore, "V_notfound");
             continue;
