@@ -9,11 +9,13 @@
 #include "db/cursor_ids.h"
 #include "db/session.h"
 #include "driver/diagnostics.h"
+#include "interp/flow.h"
 #include "interp/functions.h"
 #include "interp/loops.h"
 #include "interp/page_reader.h"
 #include "sys/streams.h"
 #include "values/block_heap.h"
+#include "values/command_entry.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
@@ -31,8 +33,6 @@ namespace {
 
 constexpr int ROW_VALUES = 500;   // room for one row; the session fills at most 100
 int in_trap;                      // a trap function's own failing statements do not call it again
-
-bool has_tag(const char *buff, const char *tag) { return strncmp(buff, tag, strlen(tag)) == 0; }
 
 // The first word of a statement, lower case, at most 24 characters.
 void first_word(const char *query, char word[25]) {
@@ -116,8 +116,7 @@ void V_found(const char *cid, V_heap *hp, V_FILE *fp, int compile) {
     V_TRACE("V_found: cid: %s compile: %d \n", cid, compile);
     int start = fp->offset;
     V_eof = 1;
-    Continue = 0;
-    Break = 0;
+    loop_start();
     int row = 1;
     V_val val[ROW_VALUES] = {};
     char names[V_LINE_MAX];
@@ -139,17 +138,13 @@ void V_found(const char *cid, V_heap *hp, V_FILE *fp, int compile) {
         V_notfound(fp, compile, 0);
         V_heap_reduce(hp);
         row++;
-        if (Break) {
+        if (pass_ends()) {
             V_eof = 0;
             break;
         }
-        Continue = 0;
     }
     V_lines = row - 1;
-    if (!ContinueBreak) {
-        Break = 0;
-        Continue = 0;
-    }
+    loop_done();
     if (V_lines == 0) V_notfound(fp, compile, 1);
 }
 
@@ -188,19 +183,23 @@ void run_select(V_FILE *fp, const char *cid, char *query, int compile) {
     if (V_rowcount == 0) V_rowcount = V_lines;
 }
 
+// <@sql> and <@sqlexec> trace with one blank before "ignore", <@sqlnames>
+// and <@sqltrap> in the "buff=" form.
+constexpr Entry QUERY_ENTRY = {.form = ENTRY_BRACES_NARROW};
+constexpr Entry MODE_ENTRY = {.form = ENTRY_BUFF};
+
 }  // namespace
 
 int V_sql(V_FILE *fp, char *buff, int compile, int ignore) {
-    if (!has_tag(buff, "<@sql>")) return -1;
-    V_TRACE("V_sql: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
+    char query[V_LINE_MAX];
+    // without a page there is no block to read: the line is only traced
+    int go = command_entry(buff, "<@sql>", compile, ignore, fp ? query : nullptr, QUERY_ENTRY);
+    if (go < 0) return go;
     if (!fp) return 0;
-    if (ignore) {
+    if (go == 0) {
         V_notfound(fp, compile, 1);
         return 0;
     }
-    char query[V_LINE_MAX];
-    V_transline(buff + 6, query, compile);
-    V_DEBUG("%s // %s \n", buff, query);
     V_TRACE("V_sql: query: %s \n", query);
 
     const char *got = V_get_cid();
@@ -226,12 +225,9 @@ int V_sql(V_FILE *fp, char *buff, int compile, int ignore) {
 }
 
 int V_sqlexec(char *buff, int compile, int ignore) {
-    if (!has_tag(buff, "<@sqlexec>")) return -1;
-    V_TRACE("V_sqlexec: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
-    if (ignore) return 0;
     char query[V_LINE_MAX];
-    V_transline(buff + 10, query, compile);
-    V_DEBUG("%s // %s \n", buff, query);
+    int go = command_entry(buff, "<@sqlexec>", compile, ignore, query, QUERY_ENTRY);
+    if (go <= 0) return go;
     V_TRACE("V_sqlexec: query: %s \n", query);
     const char *got = V_get_cid();
     if (!got) return 0;
@@ -243,24 +239,18 @@ int V_sqlexec(char *buff, int compile, int ignore) {
 }
 
 int V_sqlnames(char *buff, int compile, int ignore) {
-    if (!has_tag(buff, "<@sqlnames>")) return -1;
-    V_TRACE("V_sqlnames: buff= %s; compile= %d ignore: %d \n", buff, compile, ignore);
-    if (ignore) return 0;
     char text[V_LINE_MAX];
-    V_transline(buff + 11, text, compile);
-    V_DEBUG("%s // %s\n", buff, text);
+    int go = command_entry(buff, "<@sqlnames>", compile, ignore, text, MODE_ENTRY);
+    if (go <= 0) return go;
     if (strstr(text, "lowercase")) V_sqlcase = 0;
     if (strstr(text, "uppercase")) V_sqlcase = 1;
     return 0;
 }
 
 int V_sqltrap(char *buff, int compile, int ignore) {
-    if (!has_tag(buff, "<@sqltrap>")) return -1;
-    V_TRACE("V_sqltrap: buff= %s; compile= %d ignore: %d \n", buff, compile, ignore);
-    if (ignore) return 0;
     char text[V_LINE_MAX];
-    V_transline(buff + 10, text, compile);
-    V_DEBUG("%s // %s\n", buff, text);
+    int go = command_entry(buff, "<@sqltrap>", compile, ignore, text, MODE_ENTRY);
+    if (go <= 0) return go;
     if (strstr(text, "OFF_TRANSACTIONS"))
         V_sqlTRANS = 0;
     else if (strstr(text, "ON_TRANSACTIONS"))

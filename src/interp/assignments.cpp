@@ -9,6 +9,7 @@
 
 #include "driver/diagnostics.h"
 #include "values/arguments.h"
+#include "values/command_entry.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
@@ -39,12 +40,6 @@ int safe_atoi(const char *s) {
 // Arithmetic results wrap around like 32-bit machine integers, so INT_MAX + 1
 // and INT_MIN / -1 give INT_MIN instead of undefined behaviour.
 int wrap(long long v) { return static_cast<int>(static_cast<uint32_t>(static_cast<uint64_t>(v))); }
-
-// Substitutes the text after a handler's tag into out and writes the debug line.
-void translate(const char *buff, int taglen, char *out, int compile) {
-    V_transline(buff + taglen, out, compile);
-    V_DEBUG("%s // %s \n", buff, out);
-}
 
 // Takes the next argument of text into out (size bytes, cut), advancing *pos.
 // Returns the scanner's result: 0 when no argument was left.
@@ -252,49 +247,40 @@ void let_value(char code, const char *name, const char *operand, char *out) {
 }  // namespace
 
 int V_set(char *buff, int compile, int ignore) {
-    if (strncmp(buff, "<@set>", 6) != 0) return -1;
-    V_TRACE("V_set: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
-    if (ignore) return 0;
     char buf[V_LINE_MAX];
-    translate(buff, 6, buf, compile);
+    int go = command_entry(buff, "<@set>", compile, ignore, buf);
+    if (go <= 0) return go;
     return do_set(buf);
 }
 
 int V_add(char *buff, int compile, int ignore) {
-    if (strncmp(buff, "<@add>", 6) != 0) return -1;
-    V_TRACE("V_add: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
-    if (ignore) return 0;
     char buf[V_LINE_MAX];
-    translate(buff, 6, buf, compile);
+    int go = command_entry(buff, "<@add>", compile, ignore, buf);
+    if (go <= 0) return go;
     return do_add(buf);
 }
 
 int V_clear(char *buff, int compile, int ignore) {
-    if (strncmp(buff, "<@clear>", 8) != 0) return -1;
-    V_TRACE("V_clear: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
-    if (ignore) return 0;
     char buf[V_LINE_MAX];
-    translate(buff, 8, buf, compile);
+    int go = command_entry(buff, "<@clear>", compile, ignore, buf);
+    if (go <= 0) return go;
     do_clear(buf);
     return 0;
 }
 
 int V_replace(char *buff, int compile, int ignore) {
-    if (strncmp(buff, "<@replace>", 10) != 0) return -1;
-    V_TRACE("V_replace: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
-    if (ignore) return 0;
     char buf[V_LINE_MAX];
-    translate(buff, 10, buf, compile);
+    int go =
+        command_entry(buff, "<@replace>", compile, ignore, buf, {.form = ENTRY_BRACES_NARROW});
+    if (go <= 0) return go;
     do_replace(buf);
     return 0;
 }
 
 int V_error(char *buff, int compile, int ignore) {
-    if (strncmp(buff, "<@error>", 8) != 0) return -1;
-    V_TRACE("V_error: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
-    if (ignore) return 0;
     char buf[V_LINE_MAX];
-    translate(buff, 8, buf, compile);
+    int go = command_entry(buff, "<@error>", compile, ignore, buf);
+    if (go <= 0) return go;
     do_error(buf, buff);
     return 0;
 }
@@ -305,9 +291,9 @@ bool V_is_assignment(const char *line) {
 
 int V_let(char *buff, int compile, int ignore) {
     if (!V_is_assignment(buff)) return -1;
-    V_TRACE("V_let: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
-    if (ignore) return 0;
+    // the tag is the "<@" before the variable's name
     char buf[V_LINE_MAX];
-    translate(buff, 2, buf, compile);
+    int go = command_entry(buff, "<@", compile, ignore, buf, {.name = "V_let"});
+    if (go <= 0) return go;
     return do_let(buf);
 }

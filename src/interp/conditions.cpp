@@ -6,16 +6,19 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "driver/diagnostics.h"
 #include "interp/dispatcher.h"
+#include "interp/flow.h"
 #include "interp/loops.h"
 #include "interp/page_reader.h"
 #include "patt/like.h"
 #include "sys/streams.h"
 #include "values/arguments.h"
+#include "values/command_entry.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
@@ -97,7 +100,7 @@ int test_stat(const char *path, mode_t kind) {
 // Runs the test the keyword selects; 0 holds, -1 does not. *neg tells
 // whether the keyword carried a "!".
 int run_kind(const char *kw, const char *rest, const char *whole, CondWords *cw,
-             bool *neg) {
+                    bool *neg) {
     *neg = kw[0] == '!';
     const char *k = *neg ? kw + 1 : kw;
     three_words(rest, cw);
@@ -130,10 +133,8 @@ int run_kind(const char *kw, const char *rest, const char *whole, CondWords *cw,
 // branch flag.
 int eval_condition(char *buff, int taglen, int compile) {
     char work[V_LINE_MAX];
-    work[0] = 0;
-    V_transline(buff + taglen, work, compile);
+    command_text(buff, taglen, compile, work);
     work[V_LINE_MAX - 1] = 0;
-    V_DEBUG("%s // %s \n", buff, work);
 
     const char *rest = work;
     next_word(&rest, buff);
@@ -153,6 +154,8 @@ int eval_condition(char *buff, int taglen, int compile) {
 const char IF_TAG[] = "<@if>";
 const char ELIF_TAG[] = "<@elif>";
 const char ELSE_TAG[] = "<@else>";
+// Both condition tags trace under one name, with one blank before "ignore".
+constexpr Entry IF_ENTRY = {.name = "V_if", .form = ENTRY_BRACES_NARROW};
 
 // The length of the tag of an <@if> or <@elif> line, or 0 for any other line.
 int condition_tag(const char *line) {
@@ -198,12 +201,8 @@ int if_head(V_FILE *fp, char *buff, int taglen, int *compile, char *cmd, int *co
     if (!inl) return 1;
 
     V_TRACE("V_if: try as line command: {%s} \n", cmd);
-    if (strstr(cmd, "<@continue>")) {
-        if (*cond) Continue = 1;
-        return 0;
-    }
-    if (strstr(cmd, "<@break>")) {
-        if (*cond) Continue = Break = 1;
+    if (Loop_tag tag = loop_tag(cmd, true)) {
+        take_loop_tag(tag, *cond);
         return 0;
     }
     return V_command(fp, cmd, compile, !*cond) == 0 ? 0 : 1;
@@ -225,25 +224,16 @@ int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
                 V_notfound(fp, compile, 1);
                 return 0;
             }
-            V_TRACE("V_if: {%s} compile: %d ignore: %d \n", line, compile, 0);
+            command_trace(line, ELIF_TAG, compile, 0, IF_ENTRY);
             if (!if_head(fp, line, (int)sizeof ELIF_TAG - 1, &compile, b->cmd, &cond)) return 0;
             taken = branch = cond;
             continue;
         }
         if (V_command(fp, line, &compile, !branch) == 0) continue;
         if (starts(line, "<@end>")) return 0;
-        if (starts(line, "<@continue>")) {
-            if (branch) Continue = 1;
-            V_TRACE("V_if: [continue] ==> %d \n", Continue);
-            continue;
-        }
-        if (starts(line, "<@break>")) {
-            if (branch) {
-                Continue = 1;
-                Break = 1;
-                branch = 0;
-            }
-            V_TRACE("V_if: [break] ==> Continue= %d \n", Continue);
+        if (Loop_tag tag = loop_tag(line)) {
+            take_loop_tag(tag, branch, "V_if");
+            if (tag == LOOP_BREAK) branch = 0;   // nothing more of the branch runs
             continue;
         }
         if (V_is_else(line)) {
@@ -258,6 +248,7 @@ int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
         if (branch) V_transline(line, nullptr, compile);
     }
 }
+
 
 }  // namespace
 
@@ -356,14 +347,17 @@ int V_check_date(const char *text) {
 /* ---- <@if> ---- */
 
 int V_if(V_FILE *fp, char *buff, int compile, int ignore) {
-    int taglen = condition_tag(buff);
-    if (!taglen) return -1;
-    V_TRACE("V_if: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
-
-    if (ignore) {
+    // The condition is substituted by if_head, once the inline command of
+    // a one-line form is cut off.
+    bool is_if = starts(buff, IF_TAG);
+    std::string_view tag = is_if ? IF_TAG : ELIF_TAG;
+    int go = command_entry(buff, tag, compile, ignore, nullptr, IF_ENTRY);
+    if (go < 0) return go;
+    int taglen = (int)tag.size();
+    if (go == 0) {
         // A skipped construct still consumes its lines, so that nesting
         // stays balanced; a one-line form and an elif own no lines.
-        if (starts(buff, IF_TAG) && inline_at(buff, taglen) < 0) V_notfound(fp, compile, 1);
+        if (is_if && inline_at(buff, taglen) < 0) V_notfound(fp, compile, 1);
         return 0;
     }
     if (V_enter_block() < 0) return 0;

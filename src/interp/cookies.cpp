@@ -13,6 +13,7 @@
 #include "driver/diagnostics.h"
 #include "form/url_codec.h"
 #include "values/arguments.h"
+#include "values/command_entry.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
@@ -240,15 +241,10 @@ void emit_list(const CookiePolicy &policy, const char *list_name, bool persisten
 
 int V_cookie(char *buff, int compile, int ignore)
 {
-    static const char tag[] = "<@cookie>";
-    if (strncmp(buff, tag, sizeof tag - 1) != 0)
-        return -1;
-    V_TRACE("V_cookie: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
-    if (ignore)
-        return 0;
     char text[V_LINE_MAX];
-    V_transline(buff + sizeof tag - 1, text, compile);
-    V_DEBUG("%s // %s \n", buff, text);
+    int go = command_entry(buff, "<@cookie>", compile, ignore, text);
+    if (go <= 0)
+        return go;
     char word[V_LINE_MAX];
     V_arg_string(text, word);
     char name[COOKIE_NAME_MAX];

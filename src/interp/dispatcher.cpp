@@ -1,9 +1,11 @@
-// The command dispatcher: the keyword table, the command tree built on
-// first use, and the handler call for each command line.
+// The command dispatcher: the keyword table, whose rows carry their
+// handlers and the part their lines play in the block structure, the
+// command tree built on first use, and the handler call for each line.
 #include "interp/dispatcher.h"
 
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "db/sql_commands.h"
 #include "driver/diagnostics.h"
@@ -18,24 +20,103 @@
 #include "sys/processes.h"
 #include "sys/shared_memory.h"
 #include "sys/streams.h"
+#include "values/avl_tree.h"
 #include "values/buffers.h"
-
-const cmd_t v_CMD[V_CMD_COUNT] = {
-    {"option", CMD_OPTION}, {"compile", CMD_COMPILE}, {"html", CMD_HTML}, {"sqltrap", CMD_SQLTRAP},
-    {"sleep", CMD_SLEEP}, {"usleep", CMD_USLEEP}, {"chdir", CMD_CHDIR}, {"sqlnames", CMD_SQLNAMES},
-    {"quit", CMD_QUIT}, {"shell", CMD_SHELL}, {"set", CMD_SET}, {"add", CMD_ADD},
-    {"include", CMD_INCLUDE}, {"error", CMD_ERROR}, {"unlink", CMD_UNLINK}, {"clear", CMD_CLEAR},
-    {"cookie", CMD_COOKIE}, {"fork", CMD_FORK}, {"file", CMD_FILE}, {"xfile", CMD_XFILE},
-    {"replace", CMD_REPLACE}, {"while", CMD_WHILE}, {"if", CMD_IF}, {"elif", CMD_ELIF},
-    {"function", CMD_FUNCTION}, {"call", CMD_CALL}, {"exec", CMD_EXEC}, {"return", CMD_RETURN},
-    {"sql", CMD_SQL}, {"sqlexec", CMD_SQLEXEC}, {"fopen", CMD_FOPEN}, {"popen", CMD_POPEN},
-    {"fclose", CMD_FCLOSE}, {"pclose", CMD_PCLOSE}, {"fgets", CMD_FGETS}, {"fputs", CMD_FPUTS},
-    {"fseek", CMD_FSEEK}, {"shmat", CMD_SHMAT}, {"shmdt", CMD_SHMDT}, {"end", CMD_BLOCK_END},
-    {"continue", CMD_BLOCK_END}, {"break", CMD_BLOCK_END}, {nullptr, 0},
-};
+#include "values/command_entry.h"
 
 namespace {
 
+// Every handler is called through one signature: the page being read, the
+// line, the running file's compile mode (by address, for the commands that
+// switch it) and ignore. The adapters below fit the handlers' own.
+using Handler = int (*)(V_FILE *fp, char *buff, int *compile, int ignore);
+
+template <int (*H)(char *, int, int)>
+int line_command(V_FILE *, char *buff, int *compile, int ignore)
+{
+    return H(buff, *compile, ignore);
+}
+
+// The commands that read a block of the page get the page.
+template <int (*H)(V_FILE *, char *, int, int)>
+int block_command(V_FILE *fp, char *buff, int *compile, int ignore)
+{
+    return H(fp, buff, *compile, ignore);
+}
+
+// The commands that switch the running file's compile mode get its address.
+template <int (*H)(char *, int *, int)>
+int mode_command(V_FILE *, char *buff, int *compile, int ignore)
+{
+    return H(buff, compile, ignore);
+}
+
+// A <@call> line has no receiver for the text of <@return>.
+int call_command(V_FILE *, char *buff, int *compile, int ignore)
+{
+    return V_call(buff, *compile, ignore, nullptr);
+}
+
+struct cmd_t {
+    const char *cmd;   // the keyword between "<@" and ">"
+    Handler run;       // null for the block-end words, which the runners take
+    V_ROLE role;       // the part its line plays in the block structure
+};
+
+const cmd_t v_CMD[] = {
+    {"option", mode_command<V_option>, ROLE_LINE},
+    {"compile", mode_command<V_compile>, ROLE_LINE},
+    {"html", line_command<V_html>, ROLE_LINE},
+    {"sqltrap", line_command<V_sqltrap>, ROLE_LINE},
+    {"sleep", line_command<V_sleep>, ROLE_LINE},
+    {"usleep", line_command<V_usleep>, ROLE_LINE},
+    {"chdir", line_command<V_chdir>, ROLE_LINE},
+    {"sqlnames", line_command<V_sqlnames>, ROLE_LINE},
+    {"quit", line_command<V_quit>, ROLE_LINE},
+    {"shell", line_command<V_shell>, ROLE_LINE},
+    {"set", line_command<V_set>, ROLE_LINE},
+    {"add", line_command<V_add>, ROLE_LINE},
+    {"include", line_command<V_include>, ROLE_LINE},
+    {"error", line_command<V_error>, ROLE_LINE},
+    {"unlink", line_command<V_unlink>, ROLE_LINE},
+    {"clear", line_command<V_clear>, ROLE_LINE},
+    {"cookie", line_command<V_cookie>, ROLE_LINE},
+    {"fork", line_command<V_fork>, ROLE_LINE},
+    {"file", block_command<V_File>, ROLE_BLOCK},
+    {"xfile", block_command<V_xFile>, ROLE_BLOCK},
+    {"replace", line_command<V_replace>, ROLE_LINE},
+    {"while", block_command<V_while>, ROLE_BLOCK},
+    {"if", block_command<V_if>, ROLE_IF},
+    {"elif", block_command<V_if>, ROLE_ELIF},
+    {"function", block_command<V_function>, ROLE_BLOCK},
+    {"call", call_command, ROLE_LINE},
+    {"exec", line_command<V_exec>, ROLE_LINE},
+    {"return", line_command<V_return>, ROLE_LINE},
+    {"sql", block_command<V_sql>, ROLE_BLOCK},
+    {"sqlexec", line_command<V_sqlexec>, ROLE_LINE},
+    {"fopen", line_command<V_io_fopen>, ROLE_LINE},
+    {"popen", line_command<V_io_popen>, ROLE_LINE},
+    {"fclose", line_command<V_io_fclose>, ROLE_LINE},
+    {"pclose", line_command<V_io_pclose>, ROLE_LINE},
+    {"fgets", line_command<V_io_fgets>, ROLE_LINE},
+    {"fputs", line_command<V_io_fputs>, ROLE_LINE},
+    {"fseek", line_command<V_io_fseek>, ROLE_LINE},
+    {"shmat", line_command<V_shmat>, ROLE_LINE},
+    {"shmdt", line_command<V_shmdt>, ROLE_LINE},
+    {"end", nullptr, ROLE_END},
+    {"continue", nullptr, ROLE_LOOP},
+    {"break", nullptr, ROLE_LOOP},
+};
+
+// A node of the command tree. It keeps the keyword beside its row: the
+// node's size shows in the heap lines of the trace, which stay as they were.
+struct V_CMD {
+    avl_t avl;   // key is the keyword
+    const char *name;
+    const cmd_t *row;
+};
+
+constexpr std::string_view TAG_OPEN = "<@";
 constexpr int NAME_SIZE = 32;
 constexpr int NAME_MAX_LEN = 29;   // a longer word is never a command
 
@@ -49,9 +130,7 @@ void build_tree()
     avl_tree_t *t = &v_BUFFERS.ctree;
     if (!t->cmp)
         t->cmp = V_avlcmp;
-    for (const cmd_t *c = v_CMD; c->cmd; c++) {
-        if (!c->code)
-            continue;
+    for (const cmd_t &c : v_CMD) {
         V_CMD *node = nullptr;
         if (v_BUFFERS.hp)
             node = (V_CMD *)V_heap_alloc(v_BUFFERS.hp, sizeof(V_CMD));
@@ -60,31 +139,32 @@ void build_tree()
         if (!node)
             return;
         memset(node, 0, sizeof *node);
-        node->name = c->cmd;
-        node->code = (int16_t)c->code;
-        node->avl.key = (void *)c->cmd;
+        node->name = c.cmd;
+        node->row = &c;
+        node->avl.key = (void *)c.cmd;
         node->avl.data = node;
         avl_insert(t, &node->avl);
     }
 }
 
-int lookup(const char *name)
+// The table row of keyword name, or null.
+const cmd_t *lookup(const char *name)
 {
     build_tree();
     avl_t probe = {};
     probe.key = (void *)name;
     avl_t *found = avl_search(&v_BUFFERS.ctree, &probe);
     if (!found)
-        return -1;
+        return nullptr;
     // the node is the first member of its V_CMD
-    return reinterpret_cast<V_CMD *>(found)->code;
+    return reinterpret_cast<V_CMD *>(found)->row;
 }
 
 // The command word between "<@" and ">" (into name, NAME_SIZE bytes), or
 // false when there is none that could be a keyword.
 bool command_name(const char *buff, char *name)
 {
-    const char *p = buff + 2;
+    const char *p = buff + TAG_OPEN.size();
     const char *gt = strchr(p, '>');
     if (!gt || gt - p > NAME_MAX_LEN)
         return false;
@@ -93,83 +173,17 @@ bool command_name(const char *buff, char *name)
     return true;
 }
 
-int call_handler(int code, V_FILE *fp, char *buff, int *compile, int ignore)
-{
-    int c = *compile;
-    switch (code) {
-    case CMD_OPTION: return V_option(buff, compile, ignore);
-    case CMD_COMPILE: return V_compile(buff, compile, ignore);
-    case CMD_HTML: return V_html(buff, c, ignore);
-    case CMD_SQLTRAP: return V_sqltrap(buff, c, ignore);
-    case CMD_SLEEP: return V_sleep(buff, c, ignore);
-    case CMD_USLEEP: return V_usleep(buff, c, ignore);
-    case CMD_CHDIR: return V_chdir(buff, c, ignore);
-    case CMD_SQLNAMES: return V_sqlnames(buff, c, ignore);
-    case CMD_QUIT: return V_quit(buff, c, ignore);
-    case CMD_SHELL: return V_shell(buff, c, ignore);
-    case CMD_SET: return V_set(buff, c, ignore);
-    case CMD_ADD: return V_add(buff, c, ignore);
-    case CMD_INCLUDE: return V_include(buff, c, ignore);
-    case CMD_ERROR: return V_error(buff, c, ignore);
-    case CMD_UNLINK: return V_unlink(buff, c, ignore);
-    case CMD_CLEAR: return V_clear(buff, c, ignore);
-    case CMD_COOKIE: return V_cookie(buff, c, ignore);
-    case CMD_FORK: return V_fork(buff, c, ignore);
-    case CMD_FILE: return V_File(fp, buff, c, ignore);
-    case CMD_XFILE: return V_xFile(fp, buff, c, ignore);
-    case CMD_REPLACE: return V_replace(buff, c, ignore);
-    case CMD_WHILE: return V_while(fp, buff, c, ignore);
-    case CMD_IF:
-    case CMD_ELIF: return V_if(fp, buff, c, ignore);
-    case CMD_FUNCTION: return V_function(fp, buff, c, ignore);
-    case CMD_CALL: return V_call(buff, c, ignore, nullptr);
-    case CMD_EXEC: return V_exec(buff, c, ignore);
-    case CMD_RETURN: return V_return(buff, c, ignore);
-    case CMD_SQL: return V_sql(fp, buff, c, ignore);
-    case CMD_SQLEXEC: return V_sqlexec(buff, c, ignore);
-    case CMD_FOPEN: return V_io_fopen(buff, c, ignore);
-    case CMD_POPEN: return V_io_popen(buff, c, ignore);
-    case CMD_FCLOSE: return V_io_fclose(buff, c, ignore);
-    case CMD_PCLOSE: return V_io_pclose(buff, c, ignore);
-    case CMD_FGETS: return V_io_fgets(buff, c, ignore);
-    case CMD_FPUTS: return V_io_fputs(buff, c, ignore);
-    case CMD_FSEEK: return V_io_fseek(buff, c, ignore);
-    case CMD_SHMAT: return V_shmat(buff, c, ignore);
-    case CMD_SHMDT: return V_shmdt(buff, c, ignore);
-    default: return -1;
-    }
-}
-
 } // namespace
 
-int V_search_command(const char *name)
-{
-    if (!name)
-        return -1;
-    return lookup(name);
-}
-
-// The commands whose handlers receive the file are those that read a block
-// of it; the rest of the decision follows V_command and the block runners.
+// A keyword's role is in its row; the rest of the decision follows V_command
+// and the block runners.
 V_ROLE V_line_role(const char *line)
 {
-    if (!line || strncmp(line, "<@", 2) != 0)
+    if (!line || !has_tag(line, TAG_OPEN))
         return ROLE_TEXT;
     char name[NAME_SIZE];
-    int code = command_name(line, name) ? lookup(name) : -1;
-    switch (code) {
-    case CMD_FILE:
-    case CMD_XFILE:
-    case CMD_WHILE:
-    case CMD_FUNCTION:
-    case CMD_SQL: return ROLE_BLOCK;
-    case CMD_IF: return ROLE_IF;
-    case CMD_ELIF: return ROLE_ELIF;
-    case CMD_BLOCK_END: return strcmp(name, "end") == 0 ? ROLE_END : ROLE_LOOP;
-    default: break;
-    }
-    if (code > 0)
-        return ROLE_LINE;
+    if (const cmd_t *row = command_name(line, name) ? lookup(name) : nullptr)
+        return row->role;
     if (V_is_else(line))
         return ROLE_ELSE;
     return V_is_assignment(line) ? ROLE_LINE : ROLE_UNKNOWN;
@@ -178,14 +192,14 @@ V_ROLE V_line_role(const char *line)
 int V_command(V_FILE *fp, char *buff, int *compile, int ignore)
 {
     cut_cmd(fp, buff);
-    if (strncmp(buff, "<@", 2) != 0)
+    if (!has_tag(buff, TAG_OPEN))
         return -1;
     char name[NAME_SIZE];
-    if (command_name(buff, name)) {
-        int code = lookup(name);
-        if (code == V_CMD_BLOCK_END)
+    if (const cmd_t *row = command_name(buff, name) ? lookup(name) : nullptr) {
+        // the block-end words have no handler: the block runners take them
+        if (!row->run)
             return -1;
-        if (code > 0 && call_handler(code, fp, buff, compile, ignore) == 0)
+        if (row->run(fp, buff, compile, ignore) == 0)
             return 0;
     }
     return V_let(buff, *compile, ignore) == 0 ? 0 : -1;

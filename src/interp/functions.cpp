@@ -6,14 +6,14 @@
 #include <cstring>
 
 #include "driver/diagnostics.h"
+#include "interp/flow.h"
 #include "interp/loops.h"
 #include "interp/page_reader.h"
 #include "values/arguments.h"
 #include "values/buffers.h"
+#include "values/command_entry.h"
 #include "values/substitution.h"
 #include "values/variables.h"
-
-char *Return;
 
 namespace {
 
@@ -233,18 +233,19 @@ const exec_entry V_EXEC[] = {
     V_exec_call(name, buf + (n > 0 ? n : 0));
 }
 
+// The function commands trace with one blank before "ignore".
+constexpr Entry FUNCTION_ENTRY = {.form = ENTRY_BRACES_NARROW};
+
 }  // namespace
 
 int V_function(V_FILE *fp, char *buff, int compile, int ignore) {
-    if (strncmp(buff, "<@function>", 11) != 0) return -1;
-    V_TRACE("V_function: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
-    if (ignore) {
+    char buf[V_LINE_MAX];
+    int go = command_entry(buff, "<@function>", compile, ignore, buf, FUNCTION_ENTRY);
+    if (go < 0) return go;
+    if (go == 0) {
         V_notfound(fp, 0, 1);
         return 0;
     }
-    char buf[V_LINE_MAX];
-    V_transline(buff + 11, buf, compile);
-    V_DEBUG("%s // %s \n", buff, buf);
     char name[FUN_NAME_MAX];
     function_name(buf, name);
     V_FUN *f = find_function(name);
@@ -261,20 +262,17 @@ int V_function(V_FILE *fp, char *buff, int compile, int ignore) {
 }
 
 int V_call(char *buff, int compile, int ignore, char *receiver) {
-    if (strncmp(buff, "<@call>", 7) != 0) return -1;
-    V_TRACE("V_call: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
-    if (ignore) return 0;
-    char *saved_return = Return;
-    Return = receiver;
     char buf[V_LINE_MAX];
-    V_transline(buff + 7, buf, compile);
-    V_DEBUG("%s // %s \n", buff, buf);
+    int go = command_entry(buff, "<@call>", compile, ignore, buf, FUNCTION_ENTRY);
+    if (go <= 0) return go;
+    // a call in the arguments installs and puts back its own receiver
+    char *saved_return = call_receiver(receiver);
     char name[FUN_NAME_MAX];
     function_name(buf, name);
     V_FUN *f = find_function(name);
     if (!f || !f->file) {
         ERRMSG("CALL: Unknown function name: %s \n", name);
-        Return = saved_return;
+        call_receiver(saved_return);
         return 0;
     }
     int saved_offset = f->file->offset;
@@ -298,36 +296,25 @@ int V_call(char *buff, int compile, int ignore, char *receiver) {
         unbind_arguments(f, shadowed, hp);
     else if (hp)
         keep_heap(hp);
-    Return = saved_return;
+    call_receiver(saved_return);
     f->file->offset = saved_offset;
-    Break = 0;
-    Continue = 0;
-    ContinueBreak = 0;
+    call_returned();
     return 0;
 }
 
 int V_return(char *buff, int compile, int ignore) {
-    if (strncmp(buff, "<@return>", 9) != 0) return -1;
-    V_TRACE("V_return: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
-    if (ignore) return 0;
     char buf[V_LINE_MAX];
-    V_transline(buff + 9, buf, compile);
-    V_DEBUG("%s // %s \n", buff, buf);
+    int go = command_entry(buff, "<@return>", compile, ignore, buf, FUNCTION_ENTRY);
+    if (go <= 0) return go;
     V_TRACE("V_return: {%s}", buf);
-    if (Return) V_copy_cut(Return, buf, V_LINE_MAX);
-    ContinueBreak = 1;
-    Continue = 1;
-    Break = 1;
+    return_text(buf);
     return 0;
 }
 
 int V_exec(char *buff, int compile, int ignore) {
-    if (strncmp(buff, "<@exec>", 7) != 0) return -1;
-    V_TRACE("V_exec: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
-    if (ignore) return 0;
     char buf[V_LINE_MAX];
-    V_transline(buff + 7, buf, compile);
-    V_DEBUG("%s // %s \n", buff, buf);
+    int go = command_entry(buff, "<@exec>", compile, ignore, buf, FUNCTION_ENTRY);
+    if (go <= 0) return go;
     exec_line(buf);
     return 0;
 }

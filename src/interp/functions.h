@@ -15,8 +15,6 @@ struct V_FUN {
     V_FUN *next;
 };
 
-extern char *Return;   // receiver of <@return>, null without one
-
 int V_function(V_FILE *fp, char *buff, int compile, int ignore);
 int V_call(char *buff, int compile, int ignore, char *receiver);
 int V_return(char *buff, int compile, int ignore);

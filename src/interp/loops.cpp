@@ -1,5 +1,6 @@
-// The block runner V_notfound with the loop-control flags, the <@while> loop
-// in its three forms, and the nesting guard that keeps recursion off the C stack's end.
+// The block runner V_notfound, the <@while> loop in its three forms, and the
+// nesting guard that keeps recursion off the C stack's end. The loop-control
+// flags they follow belong to interp/flow.
 #include "interp/loops.h"
 
 #include <cstdint>
@@ -9,14 +10,13 @@
 
 #include "driver/diagnostics.h"
 #include "interp/dispatcher.h"
+#include "interp/flow.h"
 #include "interp/page_reader.h"
 #include "values/arguments.h"
+#include "values/command_entry.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
-int Continue;
-int Break;
-int ContinueBreak;
 int V_depth;
 
 namespace {
@@ -48,21 +48,11 @@ bool stack_short() {
 // Skips a body once, as a loop does when it has nothing to run over.
 void skip_body(V_FILE *fp) { V_notfound(fp, 0, 1); }
 
-// What a loop leaves behind: a function return that is unwinding keeps its
-// flags for the runners further out.
-void end_loop() {
-    if (ContinueBreak) return;
-    Continue = 0;
-    Break = 0;
-}
-
 // One pass over the body; returns true when the loop is to end.
 bool run_pass(V_FILE *fp, int start, int compile) {
     fp->offset = start;
     V_notfound(fp, compile, 0);
-    if (Break) return true;
-    Continue = 0;
-    return false;
+    return pass_ends();
 }
 
 // Copies a value chain into heap hp, so that passes stay valid whatever the
@@ -117,8 +107,7 @@ char *line_buffer(int depth) {
 // The variable a values or words loop runs over, with the loop flags reset;
 // without a value to run over the body is skipped once and null returned.
 V_USER *loop_variable(V_FILE *fp, const char *name) {
-    Continue = 0;
-    Break = 0;
+    loop_start();
     V_USER *u = V_get_user(name);
     if (!u) V_get_value(name);   // for its "not found" trace
     if (!u || u->clean || !u->var.value) {
@@ -140,9 +129,7 @@ int V_enter_block() {
         return 0;
     }
     // Only reached while an error page runs: make every runner unwind.
-    Continue = 1;
-    Break = 1;
-    ContinueBreak = 1;
+    unwind();
     return -1;
 }
 
@@ -162,18 +149,9 @@ int V_notfound(V_FILE *fp, int compile, int ignore) {
     while (V_fgets(buff, V_LINE_MAX, fp) > 0) {
         if (ContinueBreak || Continue) ignore = 1;
         if (V_command(fp, buff, &compile, ignore) == 0) continue;
-        if (strncmp(buff, "<@end>", 6) == 0) break;
-        if (strncmp(buff, "<@continue>", 11) == 0) {
-            if (!ignore) Continue = 1;
-            V_TRACE("V_notfound: [continue] ==> %d \n", Continue);
-            continue;
-        }
-        if (strncmp(buff, "<@break>", 8) == 0) {
-            if (!ignore) {
-                Continue = 1;
-                Break = 1;
-            }
-            V_TRACE("V_notfound: [break] ==> Continue= %d \n", Continue);
+        if (has_tag(buff, "<@end>")) break;
+        if (Loop_tag tag = loop_tag(buff)) {
+            take_loop_tag(tag, !ignore, "V_notfound");
             continue;
         }
         if (!ignore) V_transline(buff, nullptr, compile);
@@ -183,15 +161,13 @@ int V_notfound(V_FILE *fp, int compile, int ignore) {
 }
 
 int V_while(V_FILE *fp, char *buff, int compile, int ignore) {
-    if (strncmp(buff, "<@while>", 8) != 0) return -1;
-    V_TRACE("V_while: {%s} compile: %d ignore: %d \n", buff, compile, ignore);
-    if (ignore) {
+    char buf[V_LINE_MAX];
+    int go = command_entry(buff, "<@while>", compile, ignore, buf, {.form = ENTRY_BRACES_NARROW});
+    if (go < 0) return go;
+    if (go == 0) {
         skip_body(fp);
         return 0;
     }
-    char buf[V_LINE_MAX];
-    V_transline(buff + 8, buf, compile);
-    V_DEBUG("%s // %s \n", buff, buf);
     while_form form;
     if (!read_form(buf, &form)) {
         V_while_loop(fp, compile);
@@ -213,14 +189,13 @@ int V_while(V_FILE *fp, char *buff, int compile, int ignore) {
 int V_while_loop(V_FILE *fp, int compile) {
     V_TRACE("V_while_loop: compile: %d \n", compile);
     int start = fp->offset;
-    Continue = 0;
-    Break = 0;
+    loop_start();
     // A return left unwinding outside any call (ContinueBreak still set)
     // makes every pass skip its lines, the <@break> included: stop at once
     // instead of spinning for ever.
     while (!run_pass(fp, start, compile) && !ContinueBreak) {
     }
-    end_loop();
+    loop_done();
     return 0;
 }
 
@@ -253,7 +228,7 @@ int V_while_values(V_FILE *fp, const char *name, int compile) {
     // (then the saved chain may be gone) or removed it.
     if (V_get_user(name) == u && u->var.value == shown) u->var = saved;
     V_heap_free(hp);
-    end_loop();
+    loop_done();
     return 0;
 }
 
@@ -285,6 +260,6 @@ int V_while_words(V_FILE *fp, const char *name, const char *sep, int compile) {
     if (!passes) skip_body(fp);
     if (passes && V_get_user(name) == u && u->var.value == piece) u->var.value = saved;
     V_heap_free(hp);
-    end_loop();
+    loop_done();
     return 0;
 }

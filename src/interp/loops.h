@@ -4,10 +4,6 @@
 
 struct V_FILE;
 
-extern int Continue;
-extern int Break;
-extern int ContinueBreak;
-
 int V_notfound(V_FILE *fp, int compile, int ignore);
 int V_while(V_FILE *fp, char *buff, int compile, int ignore);
 int V_while_loop(V_FILE *fp, int compile);
@@ -23,8 +19,8 @@ int V_while_words(V_FILE *fp, const char *name, const char *sep, int compile);
 // smaller stacks. Block handlers that recurse without V_notfound (nested
 // taken <@if> branches) may bracket their work with V_enter_block and
 // V_leave_block: enter returns -1 when the limit is passed and the error
-// routine came back (it has then set Continue, Break and ContinueBreak so
-// that every runner unwinds); call leave only after enter returned 0.
+// routine came back (it has then unwound every runner, as a <@return>
+// does); call leave only after enter returned 0.
 constexpr int V_MAX_DEPTH = 200;
 constexpr long V_STACK_RESERVE = 1L << 20;
 extern int V_depth;

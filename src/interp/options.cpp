@@ -8,17 +8,13 @@
 #include "db/sql_commands.h"
 #include "driver/diagnostics.h"
 #include "values/arguments.h"
+#include "values/command_entry.h"
 #include "values/output.h"
 #include "values/substitution.h"
 
 namespace {
 
 constexpr int TRAP_NAME_MAX = 62;
-
-bool has_tag(const char *buff, const char *tag)
-{
-    return strncmp(buff, tag, strlen(tag)) == 0;
-}
 
 void lower(char *s)
 {
@@ -118,28 +114,19 @@ int next_arg(const char *text, char *out)
     return n > 0 ? n : 0;
 }
 
-// Substitutes the text after the tag into buf and writes the debug line.
-void mode_args(const char *buff, const char *tag, int compile, char *buf)
-{
-    buf[0] = 0;
-    V_transline(buff + strlen(tag), buf, compile);
-    V_DEBUG("%s // %s\n", buff, buf);
-}
+// The mode commands trace their line in the "buff=" form.
+constexpr Entry MODE_ENTRY = {.form = ENTRY_BUFF};
 
 } // namespace
 
 int V_option(char *buff, int *compile, int ignore)
 {
-    static const char tag[] = "<@option>";
-    if (!has_tag(buff, tag))
-        return -1;
-    V_TRACE("V_option: buff= %s; compile= %d ignore: %d \n", buff, *compile, ignore);
-    if (ignore)
-        return 0;
     char buf[V_LINE_MAX];
+    int go = command_entry(buff, "<@option>", *compile, ignore, buf, MODE_ENTRY);
+    if (go <= 0)
+        return go;
     char name[V_LINE_MAX];
     char value[V_LINE_MAX];
-    mode_args(buff, tag, *compile, buf);
     name[0] = value[0] = 0;
     const char *p = buf;
     p += next_arg(p, name);
@@ -153,28 +140,20 @@ int V_option(char *buff, int *compile, int ignore)
 
 int V_compile(char *buff, int *compile, int ignore)
 {
-    static const char tag[] = "<@compile>";
-    if (!has_tag(buff, tag))
-        return -1;
-    V_TRACE("V_compile: buff= %s; compile= %d ignore: %d \n", buff, *compile, ignore);
-    if (ignore)
-        return 0;
     char buf[V_LINE_MAX];
-    mode_args(buff, tag, *compile, buf);
+    int go = command_entry(buff, "<@compile>", *compile, ignore, buf, MODE_ENTRY);
+    if (go <= 0)
+        return go;
     switch_flag(buf, compile);
     return 0;
 }
 
 int V_html(char *buff, int compile, int ignore)
 {
-    static const char tag[] = "<@html>";
-    if (!has_tag(buff, tag))
-        return -1;
-    V_TRACE("V_html: buff= %s; compile= %d ignore: %d \n", buff, compile, ignore);
-    if (ignore)
-        return 0;
     char buf[V_LINE_MAX];
-    mode_args(buff, tag, compile, buf);
+    int go = command_entry(buff, "<@html>", compile, ignore, buf, MODE_ENTRY);
+    if (go <= 0)
+        return go;
     switch_flag(buf, &HTML);
     return 0;
 }

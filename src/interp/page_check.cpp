@@ -25,6 +25,7 @@
 #include "base/owners.h"
 #include "interp/conditions.h"
 #include "interp/dispatcher.h"
+#include "interp/flow.h"
 #include "interp/page_reader.h"
 #include "values/arguments.h"
 #include "values/substitution.h"
@@ -175,7 +176,7 @@ bool condition_opens_block(Scan &s, const char *text) {
     const char *cmd = V_if_inline(text);
     if (!cmd) return true;
     // if_head takes these two anywhere in the command text
-    if (strstr(cmd, "<@continue>") || strstr(cmd, "<@break>")) return false;
+    if (loop_tag(cmd, true) != LOOP_NONE) return false;
     switch (V_line_role(cmd)) {
     case ROLE_LINE: command(s, cmd); return false;
     case ROLE_BLOCK: return true;

@@ -10,10 +10,12 @@
 #include "base/owners.h"
 #include "driver/diagnostics.h"
 #include "interp/dispatcher.h"
+#include "interp/flow.h"
 #include "interp/loops.h"
 #include "interp/page_reader.h"
 #include "values/arguments.h"
 #include "values/buffers.h"
+#include "values/command_entry.h"
 #include "values/output.h"
 #include "values/substitution.h"
 #include "values/variables.h"
@@ -117,11 +119,8 @@ void run_lines(V_FILE *fp, int compile)
             V_transline(line, nullptr, compile);
             continue;
         }
-        if (Break) {
-            Continue = 0;
-            Break = 0;
+        if (file_ends())
             break;
-        }
     }
 }
 
@@ -179,17 +178,11 @@ int V_trans_printfile(const char *name, int compile)
 
 int V_include(char *buff, int compile, int ignore)
 {
-    static const char tag[] = "<@include>";
-    if (strncmp(buff, tag, sizeof tag - 1) != 0)
-        return -1;
-    V_TRACE("V_include: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
-    if (ignore)
-        return 0;
     char buf[V_LINE_MAX];
+    int go = command_entry(buff, "<@include>", compile, ignore, buf);
+    if (go <= 0)
+        return go;
     char arg[V_LINE_MAX];
-    buf[0] = 0;
-    V_transline(buff + sizeof tag - 1, buf, compile);
-    V_DEBUG("%s // %s \n", buff, buf);
     arg[0] = 0;
     V_arg_string(buf, arg);
     V_printfile(arg, compile);
@@ -198,11 +191,9 @@ int V_include(char *buff, int compile, int ignore)
 
 int V_quit(char *buff, int compile, int ignore)
 {
-    static const char tag[] = "<@quit>";
-    if (strncmp(buff, tag, sizeof tag - 1) != 0)
-        return -1;
-    V_TRACE("V_quit: buff= %s; compile= %d ignore: %d \n", buff, compile, ignore);
-    if (ignore)
-        return 0;
+    // <@quit> takes no arguments: nothing is substituted
+    int go = command_entry(buff, "<@quit>", compile, ignore, nullptr, {.form = ENTRY_BUFF});
+    if (go <= 0)
+        return go;
     V_exit(0);
 }

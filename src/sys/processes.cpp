@@ -9,16 +9,14 @@
 
 #include "driver/diagnostics.h"
 #include "values/arguments.h"
+#include "values/command_entry.h"
 #include "values/output.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
-namespace {
+constexpr int FORK_TEXT = 200;   // the argument of <@fork> is a variable name
 
-bool has_tag(const char *buff, const char *tag)
-{
-    return strncmp(buff, tag, strlen(tag)) == 0;
-}
+namespace {
 
 // <@unlink> and <@chdir> take their first word in place, over the text it
 // came from.
@@ -39,17 +37,12 @@ int leading_count(const char *text)
     return n;
 }
 
-int pause_command(char *buff, int compile, int ignore, const char *tag,
-                  const char *trace, bool micro)
+int pause_command(char *buff, int compile, int ignore, const char *tag, bool micro)
 {
-    if (!has_tag(buff, tag))
-        return -1;
-    V_TRACE(trace, buff, compile, ignore);
-    if (ignore)
-        return 0;
     char text[V_LINE_MAX];
-    V_transline(buff + strlen(tag), text, compile);
-    V_DEBUG("%s // %s\n", buff, text);
+    int go = command_entry(buff, tag, compile, ignore, text, {.form = ENTRY_BUFF});
+    if (go <= 0)
+        return go;
     int n = leading_count(text);
     if (n < 1)
         return 0;
@@ -64,15 +57,12 @@ int pause_command(char *buff, int compile, int ignore, const char *tag,
 
 int V_shell(char *buff, int compile, int ignore)
 {
-    static const char tag[] = "<@shell>";
-    if (!has_tag(buff, tag))
-        return -1;
-    if (ignore)
-        return 0;
     char cmd[V_LINE_MAX];
-    V_transline(buff + strlen(tag), cmd, compile);
+    // the only handler that traces its substituted command, not its line
+    int go = command_entry(buff, "<@shell>", compile, ignore, cmd, {.form = ENTRY_QUIET});
+    if (go <= 0)
+        return go;
     V_TRACE("V_shell: {%s}\n", cmd);
-    V_DEBUG("%s // %s\n", buff, cmd);
     // the command writes to our standard output: what the page wrote so far
     // must reach it first
     fflush(V_out());
@@ -83,17 +73,11 @@ int V_shell(char *buff, int compile, int ignore)
 
 int V_fork(char *buff, int compile, int ignore)
 {
-    static const char tag[] = "<@fork>";
-    if (!has_tag(buff, tag))
-        return -1;
-    V_TRACE("V_fork: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
-    if (ignore)
-        return 0;
-    // the argument of <@fork> is a variable name: a short buffer is enough
-    char text[200];
-    V_transline_n(buff + strlen(tag), text, sizeof text, compile);
-    V_DEBUG("%s // %s \n", buff, text);
-    char name[200];
+    char text[FORK_TEXT];
+    int go = command_entry(buff, "<@fork>", compile, ignore, text, {.size = sizeof text});
+    if (go <= 0)
+        return go;
+    char name[sizeof text];
     V_arg_string(text, name);
     // the output buffered at this moment is written by both processes, as a
     // page that forks expects from stdio
@@ -104,15 +88,10 @@ int V_fork(char *buff, int compile, int ignore)
 
 int V_unlink(char *buff, int compile, int ignore)
 {
-    static const char tag[] = "<@unlink>";
-    if (!has_tag(buff, tag))
-        return -1;
-    V_TRACE("V_unlink: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
-    if (ignore)
-        return 0;
     char path[V_LINE_MAX];
-    V_transline(buff + strlen(tag), path, compile);
-    V_DEBUG("%s // %s \n", buff, path);
+    int go = command_entry(buff, "<@unlink>", compile, ignore, path);
+    if (go <= 0)
+        return go;
     first_word_in_place(path);
     unlink(path);
     return 0;
@@ -120,15 +99,10 @@ int V_unlink(char *buff, int compile, int ignore)
 
 int V_chdir(char *buff, int compile, int ignore)
 {
-    static const char tag[] = "<@chdir>";
-    if (!has_tag(buff, tag))
-        return -1;
-    V_TRACE("V_chdir: buff= %s; compile= %d ignore: %d \n", buff, compile, ignore);
-    if (ignore)
-        return 0;
     char path[V_LINE_MAX];
-    V_transline(buff + strlen(tag), path, compile);
-    V_DEBUG("%s // %s\n", buff, path);
+    int go = command_entry(buff, "<@chdir>", compile, ignore, path, {.form = ENTRY_BUFF});
+    if (go <= 0)
+        return go;
     first_word_in_place(path);
     if (chdir(path) != 0)
         V_TRACE("V_chdir: cannot change to %s\n", path);   // silent for the page
@@ -137,12 +111,10 @@ int V_chdir(char *buff, int compile, int ignore)
 
 int V_sleep(char *buff, int compile, int ignore)
 {
-    return pause_command(buff, compile, ignore, "<@sleep>",
-                         "V_sleep: buff= %s; compile= %d ignore: %d \n", false);
+    return pause_command(buff, compile, ignore, "<@sleep>", false);
 }
 
 int V_usleep(char *buff, int compile, int ignore)
 {
-    return pause_command(buff, compile, ignore, "<@usleep>",
-                         "V_usleep: buff= %s; compile= %d ignore: %d \n", true);
+    return pause_command(buff, compile, ignore, "<@usleep>", true);
 }

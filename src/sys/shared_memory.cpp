@@ -11,6 +11,7 @@
 #include "driver/diagnostics.h"
 #include "values/arguments.h"
 #include "values/buffers.h"
+#include "values/command_entry.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
@@ -44,11 +45,6 @@ void take_args(const char *text, char (*word)[ARG_AREA], int count)
         snprintf(word[i], ARG_AREA, "%.*s", room, one);
         used += (int)strlen(word[i]) + 1;
     }
-}
-
-void set_status(const char *name, bool ok)
-{
-    V_put_value(*name ? name : "status", ok ? "0" : "-1", 0, 0);
 }
 
 // Detaches the first attached slot with that name and drops its variable.
@@ -96,15 +92,10 @@ const char *attach(V_SHM *slot, long key, long size, long offset, long length)
 
 int V_shmat(char *buff, int compile, int ignore)
 {
-    static const char tag[] = "<@shmat>";
-    if (strncmp(buff, tag, sizeof tag - 1) != 0)
-        return -1;
-    V_TRACE("V_shmat: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
-    if (ignore)
-        return 0;
     char text[V_LINE_MAX];
-    V_transline(buff + sizeof tag - 1, text, compile);
-    V_DEBUG("%s // %s \n", buff, text);
+    int go = command_entry(buff, "<@shmat>", compile, ignore, text);
+    if (go <= 0)
+        return go;
     static char word[6][ARG_AREA];
     take_args(text, word, 6);
     const char *name = word[0], *status = word[5];
@@ -147,15 +138,10 @@ int V_shmat(char *buff, int compile, int ignore)
 
 int V_shmdt(char *buff, int compile, int ignore)
 {
-    static const char tag[] = "<@shmdt>";
-    if (strncmp(buff, tag, sizeof tag - 1) != 0)
-        return -1;
-    V_TRACE("V_shmdt: {%s} compile: %d  ignore: %d \n", buff, compile, ignore);
-    if (ignore)
-        return 0;
     char text[V_LINE_MAX];
-    V_transline(buff + sizeof tag - 1, text, compile);
-    V_DEBUG("%s // %s \n", buff, text);
+    int go = command_entry(buff, "<@shmdt>", compile, ignore, text);
+    if (go <= 0)
+        return go;
     static char word[2][ARG_AREA];
     take_args(text, word, 2);
     release(word[0]);

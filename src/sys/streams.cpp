@@ -10,6 +10,7 @@
 #include "driver/diagnostics.h"
 #include "interp/loops.h"
 #include "values/arguments.h"
+#include "values/command_entry.h"
 #include "values/output.h"
 #include "values/substitution.h"
 #include "values/variables.h"
@@ -84,31 +85,16 @@ void take_args(const char *text, Args *a, int area_size, int max_words)
     }
 }
 
-bool has_tag(const char *buff, const char *tag)
+// The command entry followed by the argument split. Returns -1 (not ours),
+// 0 (ignored) or 1 (go on).
+int stream_entry(char *buff, int compile, int ignore, const char *tag, const char *handler,
+                 Args *a, int area_size, int max_words)
 {
-    return strncmp(buff, tag, strlen(tag)) == 0;
-}
-
-// Common entry of the stream commands: tag test, trace, substitution and
-// argument split. Returns -1 (not ours), 0 (ignored) or 1 (go on).
-int stream_entry(char *buff, int compile, int ignore, const char *tag,
-                 const char *handler, Args *a, int area_size, int max_words)
-{
-    if (!has_tag(buff, tag))
-        return -1;
-    V_TRACE("%s: {%s} compile: %d  ignore: %d \n", handler, buff, compile, ignore);
-    if (ignore)
-        return 0;
     char text[V_LINE_MAX];
-    V_transline(buff + strlen(tag), text, compile);
-    V_DEBUG("%s // %s \n", buff, text);
-    take_args(text, a, area_size, max_words);
-    return 1;
-}
-
-void set_status(const char *name, bool ok)
-{
-    V_put_value(*name ? name : "status", ok ? "0" : "-1", 0, 0);
+    int go = command_entry(buff, tag, compile, ignore, text, {.name = handler});
+    if (go > 0)
+        take_args(text, a, area_size, max_words);
+    return go;
 }
 
 V_OPEN *find_stream(const char *name)
@@ -197,21 +183,17 @@ void run_into(V_FILE *page, FILE *fp, int compile)
     outputs = frame.up;
 }
 
-// Common entry of the two blocks: the path, or -1/0 as for the commands.
-int block_entry(V_FILE *page, char *buff, int compile, int ignore, const char *tag,
-                const char *handler, char *text, char *path)
+// Common entry of the two blocks: the path, or -1/0 as for the commands; a
+// skipped block is read up to its end.
+int block_entry(V_FILE *page, char *buff, int compile, int ignore, const char *tag, char *text,
+                char *path)
 {
-    if (!has_tag(buff, tag))
-        return -1;
-    V_TRACE("%s: {%s} compile: %d  ignore: %d \n", handler, buff, compile, ignore);
-    if (ignore) {
+    int go = command_entry(buff, tag, compile, ignore, text);
+    if (go == 0)
         V_notfound(page, compile, 1);
-        return 0;
-    }
-    V_transline(buff + strlen(tag), text, compile);
-    V_DEBUG("%s // %s \n", buff, text);
-    V_arg_string(text, path);
-    return 1;
+    if (go > 0)
+        V_arg_string(text, path);
+    return go;
 }
 
 }  // namespace
@@ -308,7 +290,7 @@ long V_ftell(const char *name)
 int V_File(V_FILE *page, char *buff, int compile, int ignore)
 {
     char text[V_LINE_MAX], path[V_LINE_MAX];
-    int r = block_entry(page, buff, compile, ignore, "<@file>", "V_file", text, path);
+    int r = block_entry(page, buff, compile, ignore, "<@file>", text, path);
     if (r <= 0)
         return r;
     File fp(fopen(path, "a"));
@@ -324,7 +306,7 @@ int V_File(V_FILE *page, char *buff, int compile, int ignore)
 int V_xFile(V_FILE *page, char *buff, int compile, int ignore)
 {
     char text[V_LINE_MAX], path[V_LINE_MAX];
-    int r = block_entry(page, buff, compile, ignore, "<@xfile>", "V_xfile", text, path);
+    int r = block_entry(page, buff, compile, ignore, "<@xfile>", text, path);
     if (r <= 0)
         return r;
     FILE *fp = nullptr;

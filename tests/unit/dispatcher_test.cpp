@@ -1,9 +1,8 @@
-// Unit tests of the keyword table and its tree, the dispatcher's decision
-// between command, block end and text, and the mode commands.
+// Unit tests of the keyword lookup, the dispatcher's decision between
+// command, block end and text, and the mode commands.
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <set>
 #include <string>
 
 #include "db/sql_commands.h"
@@ -30,42 +29,18 @@ int dispatch(const char *line, int *compile, std::string *after = nullptr)
 
 } // namespace
 
-TEST(Dispatcher, TableHasEveryKeywordOnceAndEndsWithNull)
+TEST(Dispatcher, KeywordsMatchExactlyAndByCase)
 {
-    std::set<std::string> seen;
-    for (int i = 0; i < V_CMD_COUNT - 1; i++) {
-        ASSERT_NE(v_CMD[i].cmd, nullptr) << i;
-        EXPECT_TRUE(seen.insert(v_CMD[i].cmd).second) << v_CMD[i].cmd;
-        EXPECT_EQ(V_search_command(v_CMD[i].cmd), v_CMD[i].code) << v_CMD[i].cmd;
-    }
-    EXPECT_EQ(v_CMD[V_CMD_COUNT - 1].cmd, nullptr);
-    EXPECT_EQ(v_CMD[V_CMD_COUNT - 1].code, 0);
+    // a word is a keyword only as written in the table
+    EXPECT_EQ(V_line_role("<@IF> 1 = 1"), ROLE_UNKNOWN);
+    EXPECT_EQ(V_line_role("<@If> 1 = 1"), ROLE_UNKNOWN);
+    EXPECT_EQ(V_line_role("<@iff> x"), ROLE_UNKNOWN);
+    EXPECT_EQ(V_line_role("<@i> x"), ROLE_UNKNOWN);
+    EXPECT_EQ(V_line_role("<@> x"), ROLE_UNKNOWN);
+    EXPECT_EQ(V_line_role("<@if> x"), ROLE_IF);
+    // <@else> is no keyword: the runners take it by its prefix
+    EXPECT_EQ(V_line_role("<@else>"), ROLE_ELSE);
 }
-
-TEST(Dispatcher, KnownCodes)
-{
-    EXPECT_EQ(V_search_command("option"), 1);
-    EXPECT_EQ(V_search_command("include"), 13);
-    EXPECT_EQ(V_search_command("if"), 23);
-    EXPECT_EQ(V_search_command("elif"), 24);
-    EXPECT_EQ(V_search_command("sql"), 29);
-    EXPECT_EQ(V_search_command("shmdt"), 39);
-    EXPECT_EQ(V_search_command("end"), V_CMD_BLOCK_END);
-    EXPECT_EQ(V_search_command("continue"), V_CMD_BLOCK_END);
-    EXPECT_EQ(V_search_command("break"), V_CMD_BLOCK_END);
-}
-
-TEST(Dispatcher, UnknownWordsAndCase)
-{
-    EXPECT_EQ(V_search_command("IF"), -1);
-    EXPECT_EQ(V_search_command("If"), -1);
-    EXPECT_EQ(V_search_command("iff"), -1);
-    EXPECT_EQ(V_search_command("i"), -1);
-    EXPECT_EQ(V_search_command(""), -1);
-    EXPECT_EQ(V_search_command("else"), -1);
-    EXPECT_EQ(V_search_command(nullptr), -1);
-}
-
 
 TEST(Dispatcher, BlockEndsAreLeftToTheCaller)
 {

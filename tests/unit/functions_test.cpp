@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string>
 
+#include "interp/flow.h"
 #include "interp/functions.h"
 #include "interp/loops.h"
 #include "interp/page_reader.h"
