@@ -16,6 +16,7 @@
 #include "form/urlencoded.h"
 #include "interp/cookies.h"
 #include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "interp/value_names.h"
 #include "values/buffers.h"
 #include "values/output.h"
@@ -181,9 +182,19 @@ int V_action()
     return V_printfile(V_PAGE, 1);
 }
 
+namespace {
+
+int page_position(const char **page, const char **file)
+{
+    *page = V_PAGE;
+    return V_reading_line(file);
+}
+
+}  // namespace
+
 void V_install_hooks()
 {
-    V_set_diag_hooks({show_error_page, end_request, V_out, V_heap_figures});
+    V_set_diag_hooks({show_error_page, end_request, V_out, V_heap_figures, page_position});
     V_set_value_rows(v_INTERP_VALUES);
 }
 

@@ -85,6 +85,10 @@ V_FILE *load_file(const char *fname, const struct stat &st)
     fp->offset = 0;
     fp->size = (int)got;   // a file that shrank since stat is taken as read
     fp->stat = st;
+    char *name = (char *)page_alloc(strlen(fname) + 1);
+    if (name)
+        memcpy(name, fname, strlen(fname) + 1);
+    fp->name = name;
     fp->next = v_BUFFERS.files;
     v_BUFFERS.files = fp;
     V_TRACE("File SIZE: %d\n", fp->size);
