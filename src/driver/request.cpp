@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <strings.h>
 #include <unistd.h>
 
 #include "base/directories.h"
@@ -12,7 +13,6 @@
 #include "driver/diagnostics.h"
 #include "driver/environment.h"
 #include "form/multipart.h"
-#include "form/url_codec.h"
 #include "form/urlencoded.h"
 #include "interp/cookies.h"
 #include "interp/page_file.h"
@@ -20,11 +20,40 @@
 #include "interp/value_names.h"
 #include "values/buffers.h"
 #include "values/output.h"
+#include "values/response.h"
 #include "values/variables.h"
 
 namespace {
 
 enum { METHOD_OTHER = -1, METHOD_POST = 1, METHOD_GET = 2 };
+
+// A HEAD request that a web server passed on: the server says who it is in
+// GATEWAY_INTERFACE or SERVER_SOFTWARE. A bare REQUEST_METHOD=HEAD (a
+// script, a test) still runs as from a shell, as it always did.
+bool head_from_server()
+{
+    const char *method = getenv("REQUEST_METHOD");
+    return method && !strcmp(method, "HEAD") &&
+           (getenv("GATEWAY_INTERFACE") || getenv("SERVER_SOFTWARE"));
+}
+
+// The type of the Content-Type line: VORN_CHARSET names the site's
+// character set, and a UTF-8 site writes its bytes as they are, with no
+// Latin-1 entities. A value that is no token is ignored, with a log line.
+void site_charset(char *type, int size)
+{
+    snprintf(type, size, "text/html");
+    const char *charset = getenv("VORN_CHARSET");
+    if (!charset || !*charset)
+        return;
+    if (!V_is_token(charset) || (int)strlen(charset) > size / 2) {
+        V_log_error("VORN_CHARSET is not a character set name: ignored");
+        return;
+    }
+    snprintf(type, size, "text/html; charset=%s", charset);
+    if (!strcasecmp(charset, "utf-8") || !strcasecmp(charset, "utf8"))
+        HTML = 0;
+}
 
 // Only a url-encoded body goes to the url-encoded decoder; a content type
 // with parameters (a charset) is compared exactly and so goes multipart.
@@ -93,6 +122,8 @@ void write_error_box(const char *message)
 // the message in a box (under a web server) or after the usage text.
 void show_error_page(const char *message)
 {
+    // Nothing of the page has been sent: the status can still say so.
+    V_response_error();
     V_header();
     if (!V_ERROR) {
         if (!getenv("REQUEST_METHOD"))
@@ -140,15 +171,7 @@ void V_start()
 
 void V_header()
 {
-    static int done;
-    if (done)
-        return;
-    done = 1;
-    printf("\r\n\r\n<!-- %s page interpreter -->\n\n", V_BANNER);
-    // A field cut while the body was decoded is reported only here, in the
-    // page: earlier text would have broken the header block.
-    fmakeword_warning(stdout);
-    fflush(stdout);
+    V_response_end();
 }
 
 int V_checkpage(const char *page)
@@ -204,14 +227,17 @@ int V_main(int argc, char **argv)
     V_start();
     V_TRACE("==> Vorn: started...");
 
+    char type[128];
+    site_charset(type, sizeof type);
     int method = GetMethod();
+    bool head = method == METHOD_OTHER && head_from_server();
+    if (head)
+        method = METHOD_GET;   // decoded as a GET; the body goes nowhere
     if (method != METHOD_OTHER) {
-        // Written before the form is decoded: a decoder failure ends in the
-        // error routine, whose V_header closes the block, and the block must
-        // already carry its Content-Type then. It stays open for the cookie
-        // lines.
-        fputs("Content-Type: text/html\r\n", stdout);
-        fflush(stdout);
+        // Opened before the form is decoded: a decoder failure ends in the
+        // error routine, whose V_header ends the block, and the block must
+        // carry its Content-Type then. It stays open for the cookie lines.
+        V_response_open(type, head);
     }
     if (method == METHOD_POST)
         decode_post();

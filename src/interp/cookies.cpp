@@ -13,6 +13,7 @@
 #include "driver/diagnostics.h"
 #include "form/url_codec.h"
 #include "values/arguments.h"
+#include "values/response.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
@@ -173,11 +174,12 @@ void write_line(const CookiePolicy &policy, const char *name, const char *value,
     const char *attributes = policy.attributes;
     int n = snprintf(line, sizeof line, "Set-Cookie: %s=%s; path=/; %s%s%s", name, value,
                      attributes, *attributes ? "; " : "", end);
-    if (n < 0 || n >= (int)sizeof line || strpbrk(line, "\r\n")) {
+    if (n < 0 || n >= (int)sizeof line - 1 || strpbrk(line, "\r\n")) {
         trace_refused("line refused", name);
         return;
     }
-    printf("%s\n", line);
+    strcat(line, "\n");   // the test above left room for it
+    V_response_line(line);
 }
 
 void delete_cookie(const CookiePolicy &policy, const char *name)
