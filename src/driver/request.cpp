@@ -15,6 +15,7 @@
 #include "form/multipart.h"
 #include "form/urlencoded.h"
 #include "interp/cookies.h"
+#include "interp/headers.h"
 #include "interp/page_file.h"
 #include "interp/page_reader.h"
 #include "interp/value_names.h"
@@ -53,6 +54,19 @@ void site_charset(char *type, int size)
     snprintf(type, size, "text/html; charset=%s", charset);
     if (!strcasecmp(charset, "utf-8") || !strcasecmp(charset, "utf8"))
         HTML = 0;
+}
+
+// Whether the header block stays open while the page runs: the site says
+// so for every page with VORN_PAGE_HEADERS=on, or the page itself holds a
+// header command. Otherwise it ends before the page's first line, as it
+// always did.
+bool page_sends_headers(const char *page)
+{
+    const char *setting = getenv("VORN_PAGE_HEADERS");
+    if (setting && !strcmp(setting, "on"))
+        return true;
+    const char *text = V_page_text(page);
+    return text && V_holds_header_command(text);
 }
 
 // Only a url-encoded body goes to the url-encoded decoder; a content type
@@ -150,6 +164,9 @@ void show_error_page(const char *message)
 void end_request()
 {
     V_finish();
+    // a deferred block whose page wrote nothing (a redirect) ends here
+    if (V_response_pending())
+        V_header();
     char path[1024];
     int n = snprintf(path, sizeof path, "%s/V.%d", TMP_DIR ? TMP_DIR : "/tmp", (int)getpid());
     if (n > 0 && n < (int)sizeof path)
@@ -252,8 +269,12 @@ int V_main(int argc, char **argv)
     V_TRACE("\n==>  V_values(); \n");
     V_values(argc > 0 && argv[0] ? argv[0] : "Vorn");
     V_set_cookies();
-    if (method != METHOD_OTHER)
-        V_header();
+    if (method != METHOD_OTHER) {
+        if (page_sends_headers(V_PAGE))
+            V_response_defer();
+        else
+            V_header();
+    }
 
     V_TRACE("\n==>  V_action(); \n");
     V_action();

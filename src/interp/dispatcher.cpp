@@ -11,6 +11,7 @@
 #include "interp/conditions.h"
 #include "interp/cookies.h"
 #include "interp/functions.h"
+#include "interp/headers.h"
 #include "interp/loops.h"
 #include "interp/options.h"
 #include "interp/page_file.h"
@@ -30,7 +31,8 @@ const cmd_t v_CMD[V_CMD_COUNT] = {
     {"function", CMD_FUNCTION}, {"call", CMD_CALL}, {"exec", CMD_EXEC}, {"return", CMD_RETURN},
     {"sql", CMD_SQL}, {"sqlexec", CMD_SQLEXEC}, {"fopen", CMD_FOPEN}, {"popen", CMD_POPEN},
     {"fclose", CMD_FCLOSE}, {"pclose", CMD_PCLOSE}, {"fgets", CMD_FGETS}, {"fputs", CMD_FPUTS},
-    {"fseek", CMD_FSEEK}, {"shmat", CMD_SHMAT}, {"shmdt", CMD_SHMDT}, {"end", CMD_BLOCK_END},
+    {"fseek", CMD_FSEEK}, {"shmat", CMD_SHMAT}, {"shmdt", CMD_SHMDT}, {"header", CMD_HEADER},
+    {"status", CMD_STATUS}, {"redirect", CMD_REDIRECT}, {"end", CMD_BLOCK_END},
     {"continue", CMD_BLOCK_END}, {"break", CMD_BLOCK_END}, {nullptr, 0},
 };
 
@@ -136,6 +138,9 @@ int call_handler(int code, V_FILE *fp, char *buff, int *compile, int ignore)
     case CMD_FSEEK: return V_io_fseek(buff, c, ignore);
     case CMD_SHMAT: return V_shmat(buff, c, ignore);
     case CMD_SHMDT: return V_shmdt(buff, c, ignore);
+    case CMD_HEADER: return V_add_header(buff, c, ignore);
+    case CMD_STATUS: return V_status(buff, c, ignore);
+    case CMD_REDIRECT: return V_redirect(buff, c, ignore);
     default: return -1;
     }
 }

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 
 #include "base/owners.h"
 #include "driver/diagnostics.h"
@@ -168,6 +169,15 @@ int V_printfile(const char *fname, int compile)
     if (reused)
         fp->offset = saved_offset;
     return 0;
+}
+
+const char *V_page_text(const char *fname)
+{
+    struct stat st;
+    if (!fname || stat(fname, &st) != 0 || access(fname, R_OK) != 0)
+        return nullptr;
+    V_FILE *fp = find_loaded(st);
+    return (fp ? fp : load_file(fname, st))->text;
 }
 
 int V_trans_printfile(const char *name, int compile)
