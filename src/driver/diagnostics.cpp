@@ -50,6 +50,7 @@ int nowhere(const char **page, const char **file)
 V_DIAG_HOOKS hooks = {error_to_stderr, nothing_before_exit, standard_output,
                       no_heap_figures, nowhere};
 
+constexpr int NAME_ROOM = 400;                   // of a page or file name in a log line
 constexpr int LOG_LINE = V_ERRMSG_SIZE + 1024;   // a message and where it came from
 
 // The log is read line by line, and a message can carry a visitor's bytes:
@@ -162,14 +163,15 @@ void V_log_error(const char *message)
     add("%s vorn[%d]: ", stamp, (int)getpid());
     const char *page = nullptr, *file = nullptr;
     int at = hooks.position(&page, &file);
+    // names are cut so that the message always finds room
     if (page && file && at && !strcmp(page, file))
-        add("%s:%d: ", page, at);
+        add("%.*s:%d: ", NAME_ROOM, page, at);
     else if (page && file && at)
-        add("%s: %s:%d: ", page, file, at);
+        add("%.*s: %.*s:%d: ", NAME_ROOM, page, NAME_ROOM, file, at);
     else if (page)
-        add("%s: ", page);
+        add("%.*s: ", NAME_ROOM, page);
     else if (file && at)
-        add("%s:%d: ", file, at);
+        add("%.*s:%d: ", NAME_ROOM, file, at);
     // messages often start with a blank and end in a blank and a line end
     if (!message)
         message = "";

@@ -136,7 +136,8 @@ void write_error_box(const char *message)
 // the message in a box (under a web server) or after the usage text.
 void show_error_page(const char *message)
 {
-    // Nothing of the page has been sent: the status can still say so.
+    // While the header block is open the status can still say what
+    // happened: 404 or 500.
     V_response_error();
     V_header();
     if (!V_ERROR) {
