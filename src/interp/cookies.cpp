@@ -61,22 +61,6 @@ constexpr char PERSISTENT_END[] = "expires=31-Dec-2037 23:55:00 GMT ";
 constexpr char DELETED_END[] = "expires=Wednesday, 21-Aug-1996 01:21:36 GMT ";
 constexpr char SESSION_END[] = "";
 
-// True when name is a non-empty HTTP token, the only form a cookie name may
-// take: no blank, separator or control byte can end or split the header line.
-bool is_token(const char *name)
-{
-    static const char extra[] = "!#$%&'*+-.^_`|~";
-    if (!*name)
-        return false;
-    for (const char *c = name; *c; c++) {
-        unsigned char b = (unsigned char)*c;
-        bool alnum = (b >= 'A' && b <= 'Z') || (b >= 'a' && b <= 'z') || (b >= '0' && b <= '9');
-        if (!alnum && !strchr(extra, *c))
-            return false;
-    }
-    return true;
-}
-
 // Traces a refused cookie name. The name is shown URL-encoded and cut, so
 // the trace never carries the bytes that got it refused.
 void trace_refused(const char *why, const char *name)
@@ -204,7 +188,8 @@ void emit_list(const CookiePolicy &policy, const char *list_name, bool persisten
     const char *list = text;
     char name[V_LINE_MAX];
     for (int pos; (pos = V_arg_string(list, name)) != 0; list += pos) {
-        if (!is_token(name)) {
+        // only a token can neither end nor split the header line
+        if (!V_is_token(name)) {
             trace_refused("not a token", name);
             continue;
         }
