@@ -2,8 +2,9 @@
 # Serves the example guestbook with a built interpreter under a private
 # lighttpd on 127.0.0.1 (a free port): makes a fresh home with the SQLite
 # database from the schema and seed, signs the guestbook once through the
-# sign form, prints the URL to open and the rendered front page, and serves
-# until interrupted. With --check it stops after printing.
+# sign form (its answer: a redirect), prints the URL to open and the
+# rendered front page, and serves until interrupted. With --check it stops
+# after printing.
 # Usage: run-site.sh VORN [--check]
 set -euo pipefail
 if [ $# -lt 1 ] || [ $# -gt 2 ] || { [ $# = 2 ] && [ "$2" != --check ]; }; then
@@ -24,8 +25,10 @@ echo "The example guestbook is served by lighttpd; open"
 echo "  $EXAMPLE_URL"
 message="<b>It's</b> live; & well."
 echo "== POST $SERVE_URL/vorn/sign.html author=Margaret message=$message"
+# a signature that went in is answered with a redirect to the front page
 curl -sS --fail --data-urlencode V_PAGE=sign.html --data-urlencode author=Margaret \
-    --data-urlencode "message=$message" "$SERVE_URL/vorn/sign.html"
+    --data-urlencode "message=$message" -o /dev/null \
+    -w '%{response_code} Location: %header{location}\n' "$SERVE_URL/vorn/sign.html"
 echo "== GET $EXAMPLE_URL"
 curl -sS --fail "$EXAMPLE_URL"
 [ "$check" = --check ] && exit 0

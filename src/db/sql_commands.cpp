@@ -56,6 +56,13 @@ void call_trap() {
     in_trap = 0;
 }
 
+// A trapped error leaves no other trace for the site's owner than the
+// page's own handling: the server's error log gets it, unless tracing,
+// which records it, is on.
+void log_trapped() {
+    if (!Trace) V_log_error(V_ERRMSG);
+}
+
 // A failed statement or query open: fatal while trapping is on, otherwise
 // the page reads the message and the trap function runs.
 void query_failed(const char *query) {
@@ -68,6 +75,7 @@ void query_failed(const char *query) {
     }
     snprintf(V_ERRMSG, V_ERRMSG_SIZE, "### DATABASE Query ERROR: QUERY: %.200s ; ### ERRMSG: %.200s ", query,
              msg);
+    log_trapped();
     call_trap();
 }
 
@@ -80,6 +88,7 @@ void fetch_failed() {
         return;
     }
     snprintf(V_ERRMSG, V_ERRMSG_SIZE, "### DATABASE QUERY ERROR: %.200s ", msg);
+    log_trapped();
     call_trap();
 }
 

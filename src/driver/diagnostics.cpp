@@ -1,12 +1,15 @@
-// Diagnostics: the fatal error routine with its one-shot lock, the trace
-// switched on by marker files in the home directory, the debug file and the
-// exit. Everything it needs from the layers above comes through the hooks
-// the driver installs, so that any module may include it.
+// Diagnostics: the fatal error routine with its one-shot lock, the error log
+// line, the trace switched on by marker files in the home directory, the
+// debug file and the exit. Everything it needs from the layers above comes
+// through the hooks the driver installs, so that any module may include it.
 #include "driver/diagnostics.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -37,8 +40,27 @@ FILE *standard_output()
 
 void no_heap_figures(FILE *) {}
 
+int nowhere(const char **page, const char **file)
+{
+    *page = nullptr;
+    *file = nullptr;
+    return 0;
+}
+
 V_DIAG_HOOKS hooks = {error_to_stderr, nothing_before_exit, standard_output,
-                      no_heap_figures};
+                      no_heap_figures, nowhere};
+
+constexpr int NAME_ROOM = 400;                   // of a page or file name in a log line
+constexpr int LOG_LINE = V_ERRMSG_SIZE + 1024;   // a message and where it came from
+
+// The log is read line by line, and a message can carry a visitor's bytes:
+// no control character may start a line of its own or move a terminal.
+void blank_controls(char *text)
+{
+    for (unsigned char *p = (unsigned char *)text; *p; p++)
+        if (*p < 0x20 || *p == 0x7f)
+            *p = ' ';
+}
 
 FILE *trace_fp;       // log file of Trace 2 and 3
 int trace_ready;
@@ -117,6 +139,50 @@ void V_set_diag_hooks(const V_DIAG_HOOKS &installed)
     hooks.before_exit = installed.before_exit ? installed.before_exit : nothing_before_exit;
     hooks.page_out = installed.page_out ? installed.page_out : standard_output;
     hooks.heap_figures = installed.heap_figures ? installed.heap_figures : no_heap_figures;
+    hooks.position = installed.position ? installed.position : nowhere;
+}
+
+// "2025-06-01 10:00:00 vorn[812]: PAGE:LINE: message" when the line is the
+// page's own, "PAGE: FILE:LINE: message" when it is in another file (an
+// include, a function defined there), "PAGE: message" before any line ran.
+void V_log_error(const char *message)
+{
+    char line[LOG_LINE];
+    int used = 0;
+    // each piece is cut at the end of the line buffer, never past it
+    auto add = [&](const char *fmt, auto... args) {
+        int n = snprintf(line + used, sizeof line - used, fmt, args...);
+        if (n > 0)
+            used = std::min(used + n, (int)sizeof line - 1);
+    };
+    time_t now = time(nullptr);
+    struct tm local;
+    char stamp[32] = "";
+    if (localtime_r(&now, &local))
+        strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
+    add("%s vorn[%d]: ", stamp, (int)getpid());
+    const char *page = nullptr, *file = nullptr;
+    int at = hooks.position(&page, &file);
+    // names are cut so that the message always finds room
+    if (page && file && at && !strcmp(page, file))
+        add("%.*s:%d: ", NAME_ROOM, page, at);
+    else if (page && file && at)
+        add("%.*s: %.*s:%d: ", NAME_ROOM, page, NAME_ROOM, file, at);
+    else if (page)
+        add("%.*s: ", NAME_ROOM, page);
+    else if (file && at)
+        add("%.*s:%d: ", NAME_ROOM, file, at);
+    // messages often start with a blank and end in a blank and a line end
+    if (!message)
+        message = "";
+    while (*message && (unsigned char)*message <= ' ')
+        message++;
+    add("%s", message);
+    blank_controls(line);
+    while (used && line[used - 1] == ' ')
+        line[--used] = 0;
+    fprintf(stderr, "%s\n", line);
+    fflush(stderr);
 }
 
 void PrintTM(FILE *fp)
@@ -207,6 +273,7 @@ int ERRMSG(const char *fmt, ...)
     vsnprintf(V_ERRMSG, sizeof V_ERRMSG, fmt, ap);
     va_end(ap);
     V_TRACE("V_ERRMSG: %s", V_ERRMSG);
+    V_log_error(V_ERRMSG);
     hooks.error_page(V_ERRMSG);
     V_exit(-2);
 }

@@ -19,6 +19,10 @@ struct V_DIAG_HOOKS {
     FILE *(*page_out)();
     // Writes the request heap's figures after a line of Trace 3. Default: nothing.
     void (*heap_figures)(FILE *fp);
+    // Where the request is, for the error log: the page, and the file and
+    // line being run (*file null and 0 when no line has run). *page null
+    // when no page is known yet. Default: nothing known.
+    int (*position)(const char **page, const char **file);
 };
 void V_set_diag_hooks(const V_DIAG_HOOKS &hooks);
 
@@ -28,9 +32,13 @@ extern char V_ERRMSG[V_ERRMSG_SIZE];   // text of the last error
 extern int Trace;                      // 0 off, 1 page, 2 log, 3 log with heap figures
 extern int Debug;                      // 0 off, 1 on, 2 on with a flush per line
 
-// Ends the request with an error page; returns -1 only while an error is
-// already being handled.
+// Ends the request with an error page, after a line in the error log;
+// returns -1 only while an error is already being handled.
 int ERRMSG(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+// Writes one line to standard error, the web server's error log: the local
+// time, the process id, the page and line (from the position hook) and the
+// message, its control characters (line ends included) made blanks.
+void V_log_error(const char *message);
 int V_TRACE(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 void V_DEBUG(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 void PrintTM(FILE *fp);

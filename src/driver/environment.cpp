@@ -15,6 +15,7 @@
 #include "driver/diagnostics.h"
 #include "form/urlencoded.h"
 #include "values/arguments.h"
+#include "values/response.h"
 #include "values/variables.h"
 
 char *V_BASE;
@@ -308,8 +309,10 @@ void V_values(const char *prog)
     V_PAGE = checked_value(site_root, "V_PAGE", from_request);
     V_ERROR = checked_value(site_root, "V_ERROR", from_request);
     V_default_names(site_root);
-    if (!V_PAGE)
+    if (!V_PAGE) {
+        V_response_not_found();
         ERRMSG("### Not found V_PAGE value...");
+    }
 }
 
 int V_confine_path(const char *root, const char *value, char *out, int size)
@@ -364,13 +367,16 @@ void V_check_name(const char *root, const char *name, bool pages_only)
         return;
     const char *value = user->var.value;
     char path[CHECK_SIZE];
+    // every refusal here means the request named no page that may run
     if (strlen(value) > CHECK_SIZE ||
         V_confine_path(root, value, path, sizeof path)) {
+        V_response_not_found();
         ERRMSG("Invalid %s value: %s \n", name, value);
         return;
     }
     V_TRACE("regular_file: %s ==> ? \n", path);
     if (!is_regular(path)) {
+        V_response_not_found();
         ERRMSG("Invalid %s value: %s \n", name, value);
         return;
     }
@@ -378,6 +384,7 @@ void V_check_name(const char *root, const char *name, bool pages_only)
     // The confined path, not the value: a decoded %00 has already cut the
     // value, and only the path is what gets opened.
     if (pages_only && !V_is_page_name(path)) {
+        V_response_not_found();
         ERRMSG("Invalid %s value: %s \n", name, value);
         return;
     }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <strings.h>
 #include <unistd.h>
 
 #include "base/directories.h"
@@ -12,18 +13,61 @@
 #include "driver/diagnostics.h"
 #include "driver/environment.h"
 #include "form/multipart.h"
-#include "form/url_codec.h"
 #include "form/urlencoded.h"
 #include "interp/cookies.h"
+#include "interp/headers.h"
 #include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "interp/value_names.h"
 #include "values/buffers.h"
 #include "values/output.h"
+#include "values/response.h"
 #include "values/variables.h"
 
 namespace {
 
 enum { METHOD_OTHER = -1, METHOD_POST = 1, METHOD_GET = 2 };
+
+// A HEAD request that a web server passed on: the server says who it is in
+// GATEWAY_INTERFACE or SERVER_SOFTWARE. A bare REQUEST_METHOD=HEAD (a
+// script, a test) still runs as from a shell, as it always did.
+bool head_from_server()
+{
+    const char *method = getenv("REQUEST_METHOD");
+    return method && !strcmp(method, "HEAD") &&
+           (getenv("GATEWAY_INTERFACE") || getenv("SERVER_SOFTWARE"));
+}
+
+// The type of the Content-Type line: VORN_CHARSET names the site's
+// character set, and a UTF-8 site writes its bytes as they are, with no
+// Latin-1 entities. A value that is no token is ignored, with a log line.
+void site_charset(char *type, int size)
+{
+    snprintf(type, size, "text/html");
+    const char *charset = getenv("VORN_CHARSET");
+    if (!charset || !*charset)
+        return;
+    if (!V_is_token(charset) || (int)strlen(charset) > size / 2) {
+        V_log_error("VORN_CHARSET is not a character set name: ignored");
+        return;
+    }
+    snprintf(type, size, "text/html; charset=%s", charset);
+    if (!strcasecmp(charset, "utf-8") || !strcasecmp(charset, "utf8"))
+        HTML = 0;
+}
+
+// Whether the header block stays open while the page runs: the site says
+// so for every page with VORN_PAGE_HEADERS=on, or the page itself holds a
+// header command. Otherwise it ends before the page's first line, as it
+// always did.
+bool page_sends_headers(const char *page)
+{
+    const char *setting = getenv("VORN_PAGE_HEADERS");
+    if (setting && !strcmp(setting, "on"))
+        return true;
+    const char *text = V_page_text(page);
+    return text && V_holds_header_command(text);
+}
 
 // Only a url-encoded body goes to the url-encoded decoder; a content type
 // with parameters (a charset) is compared exactly and so goes multipart.
@@ -92,6 +136,9 @@ void write_error_box(const char *message)
 // the message in a box (under a web server) or after the usage text.
 void show_error_page(const char *message)
 {
+    // While the header block is open the status can still say what
+    // happened: 404 or 500.
+    V_response_error();
     V_header();
     if (!V_ERROR) {
         if (!getenv("REQUEST_METHOD"))
@@ -118,6 +165,9 @@ void show_error_page(const char *message)
 void end_request()
 {
     V_finish();
+    // a deferred block whose page wrote nothing (a redirect) ends here
+    if (V_response_pending())
+        V_header();
     char path[1024];
     int n = snprintf(path, sizeof path, "%s/V.%d", TMP_DIR ? TMP_DIR : "/tmp", (int)getpid());
     if (n > 0 && n < (int)sizeof path)
@@ -139,15 +189,7 @@ void V_start()
 
 void V_header()
 {
-    static int done;
-    if (done)
-        return;
-    done = 1;
-    printf("\r\n\r\n<!-- %s page interpreter -->\n\n", V_BANNER);
-    // A field cut while the body was decoded is reported only here, in the
-    // page: earlier text would have broken the header block.
-    fmakeword_warning(stdout);
-    fflush(stdout);
+    V_response_end();
 }
 
 int V_checkpage(const char *page)
@@ -181,9 +223,19 @@ int V_action()
     return V_printfile(V_PAGE, 1);
 }
 
+namespace {
+
+int page_position(const char **page, const char **file)
+{
+    *page = V_PAGE;
+    return V_reading_line(file);
+}
+
+}  // namespace
+
 void V_install_hooks()
 {
-    V_set_diag_hooks({show_error_page, end_request, V_out, V_heap_figures});
+    V_set_diag_hooks({show_error_page, end_request, V_out, V_heap_figures, page_position});
     V_set_value_rows(v_INTERP_VALUES);
 }
 
@@ -193,14 +245,17 @@ int V_main(int argc, char **argv)
     V_start();
     V_TRACE("==> Vorn: started...");
 
+    char type[128];
+    site_charset(type, sizeof type);
     int method = GetMethod();
+    bool head = method == METHOD_OTHER && head_from_server();
+    if (head)
+        method = METHOD_GET;   // decoded as a GET; the body goes nowhere
     if (method != METHOD_OTHER) {
-        // Written before the form is decoded: a decoder failure ends in the
-        // error routine, whose V_header closes the block, and the block must
-        // already carry its Content-Type then. It stays open for the cookie
-        // lines.
-        fputs("Content-Type: text/html\r\n", stdout);
-        fflush(stdout);
+        // Opened before the form is decoded: a decoder failure ends in the
+        // error routine, whose V_header ends the block, and the block must
+        // carry its Content-Type then. It stays open for the cookie lines.
+        V_response_open(type, head);
     }
     if (method == METHOD_POST)
         decode_post();
@@ -215,8 +270,12 @@ int V_main(int argc, char **argv)
     V_TRACE("\n==>  V_values(); \n");
     V_values(argc > 0 && argv[0] ? argv[0] : "Vorn");
     V_set_cookies();
-    if (method != METHOD_OTHER)
-        V_header();
+    if (method != METHOD_OTHER) {
+        if (page_sends_headers(V_PAGE))
+            V_response_defer();
+        else
+            V_header();
+    }
 
     V_TRACE("\n==>  V_action(); \n");
     V_action();

@@ -2,8 +2,6 @@
 // one way out of the process.
 #pragma once
 
-constexpr const char *V_BANNER = "Vorn v.6.7";
-
 int V_main(int argc, char **argv);   // the whole request; never returns
 // Hands the lower layers what they reach upward through hooks: the error
 // page and the end of the request (diagnostics), the page stream and the

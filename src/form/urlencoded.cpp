@@ -123,8 +123,11 @@ int POST_parser(entry *table) {
     return 0;
 }
 
+// A HEAD request reaches here only when a web server sent it (the driver
+// decides), and is decoded as the GET it stands for.
 int GET_parser(entry *table, const char *name) {
-    if (strcmp(GETenv("REQUEST_METHOD"), "GET")) {
+    const char *method = GETenv("REQUEST_METHOD");
+    if (strcmp(method, "GET") && strcmp(method, "HEAD")) {
         POST_errmsg = "This script should be referenced with a METHOD GET.\n";
         return -1;
     }

@@ -14,6 +14,7 @@
 #include "form/url_codec.h"
 #include "values/arguments.h"
 #include "values/command_entry.h"
+#include "values/response.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
@@ -60,22 +61,6 @@ void find_cookie(std::string_view name, char *value, size_t size)
 constexpr char PERSISTENT_END[] = "expires=31-Dec-2037 23:55:00 GMT ";
 constexpr char DELETED_END[] = "expires=Wednesday, 21-Aug-1996 01:21:36 GMT ";
 constexpr char SESSION_END[] = "";
-
-// True when name is a non-empty HTTP token, the only form a cookie name may
-// take: no blank, separator or control byte can end or split the header line.
-bool is_token(const char *name)
-{
-    static const char extra[] = "!#$%&'*+-.^_`|~";
-    if (!*name)
-        return false;
-    for (const char *c = name; *c; c++) {
-        unsigned char b = (unsigned char)*c;
-        bool alnum = (b >= 'A' && b <= 'Z') || (b >= 'a' && b <= 'z') || (b >= '0' && b <= '9');
-        if (!alnum && !strchr(extra, *c))
-            return false;
-    }
-    return true;
-}
 
 // Traces a refused cookie name. The name is shown URL-encoded and cut, so
 // the trace never carries the bytes that got it refused.
@@ -174,11 +159,12 @@ void write_line(const CookiePolicy &policy, const char *name, const char *value,
     const char *attributes = policy.attributes;
     int n = snprintf(line, sizeof line, "Set-Cookie: %s=%s; path=/; %s%s%s", name, value,
                      attributes, *attributes ? "; " : "", end);
-    if (n < 0 || n >= (int)sizeof line || strpbrk(line, "\r\n")) {
+    if (n < 0 || n >= (int)sizeof line - 1 || strpbrk(line, "\r\n")) {
         trace_refused("line refused", name);
         return;
     }
-    printf("%s\n", line);
+    strcat(line, "\n");   // the test above left room for it
+    V_response_line(line);
 }
 
 void delete_cookie(const CookiePolicy &policy, const char *name)
@@ -203,7 +189,8 @@ void emit_list(const CookiePolicy &policy, const char *list_name, bool persisten
     const char *list = text;
     char name[V_LINE_MAX];
     for (int pos; (pos = V_arg_string(list, name)) != 0; list += pos) {
-        if (!is_token(name)) {
+        // only a token can neither end nor split the header line
+        if (!V_is_token(name)) {
             trace_refused("not a token", name);
             continue;
         }

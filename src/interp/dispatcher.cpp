@@ -13,6 +13,7 @@
 #include "interp/conditions.h"
 #include "interp/cookies.h"
 #include "interp/functions.h"
+#include "interp/headers.h"
 #include "interp/loops.h"
 #include "interp/options.h"
 #include "interp/page_file.h"
@@ -103,6 +104,9 @@ const cmd_t v_CMD[] = {
     {"fseek", line_command<V_io_fseek>, ROLE_LINE},
     {"shmat", line_command<V_shmat>, ROLE_LINE},
     {"shmdt", line_command<V_shmdt>, ROLE_LINE},
+    {"header", line_command<V_add_header>, ROLE_LINE},
+    {"status", line_command<V_status>, ROLE_LINE},
+    {"redirect", line_command<V_redirect>, ROLE_LINE},
     {"end", nullptr, ROLE_END},
     {"continue", nullptr, ROLE_LOOP},
     {"break", nullptr, ROLE_LOOP},

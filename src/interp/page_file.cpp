@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 
 #include "base/owners.h"
 #include "driver/diagnostics.h"
@@ -87,6 +88,10 @@ V_FILE *load_file(const char *fname, const struct stat &st)
     fp->offset = 0;
     fp->size = (int)got;   // a file that shrank since stat is taken as read
     fp->stat = st;
+    char *name = (char *)page_alloc(strlen(fname) + 1);
+    if (name)
+        memcpy(name, fname, strlen(fname) + 1);
+    fp->name = name;
     fp->next = v_BUFFERS.files;
     v_BUFFERS.files = fp;
     V_TRACE("File SIZE: %d\n", fp->size);
@@ -163,6 +168,15 @@ int V_printfile(const char *fname, int compile)
     if (reused)
         fp->offset = saved_offset;
     return 0;
+}
+
+const char *V_page_text(const char *fname)
+{
+    struct stat st;
+    if (!fname || stat(fname, &st) != 0 || access(fname, R_OK) != 0)
+        return nullptr;
+    V_FILE *fp = find_loaded(st);
+    return (fp ? fp : load_file(fname, st))->text;
 }
 
 int V_trans_printfile(const char *name, int compile)

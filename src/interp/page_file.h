@@ -7,6 +7,9 @@
 extern const char *DIR;  // directory of the file being run
 
 int V_printfile(const char *fname, int compile);
+// The whole text of a page file, loaded as V_printfile loads it (which then
+// reuses it); null when the file cannot be read, which V_printfile reports.
+const char *V_page_text(const char *fname);
 int V_include(char *buff, int compile, int ignore);
 int V_trans_printfile(const char *name, int compile);
 int V_quit(char *buff, int compile, int ignore);

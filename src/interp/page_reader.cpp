@@ -13,6 +13,12 @@ namespace {
 
 constexpr int CONT_SIZE = 300;     // one continuation line and its comments
 
+// Where the last line of a loaded file began. Loaded files live until the
+// process ends, so the pointer stays good; the line number is counted only
+// when someone asks (an error), never while reading.
+const V_FILE *reading;
+int reading_start;
+
 // Removes every comment from buf (bufsize bytes). An open comment takes the
 // following lines of fp into buf at its own position, bounded by the buffer
 // end and by CONT_SIZE; the end of the file cuts the comment off there.
@@ -105,6 +111,10 @@ int V_fgets(char *buff, int size, V_FILE *fp)
     int n = 0;
     if (fp->offset < 0)
         fp->offset = 0;
+    if (fp->name) {
+        reading = fp;
+        reading_start = fp->offset;
+    }
     while (n < size - 1 && fp->offset < fp->size) {
         char c = fp->text[fp->offset++];
         buff[n++] = c;
@@ -115,6 +125,19 @@ int V_fgets(char *buff, int size, V_FILE *fp)
     V_TRACE("V_fgets:OUT fp->size= %d fp->offset= %d\n", fp->size, fp->offset);
     V_TRACE("V_fgets: return( %d )  buff={%s}\n", n, buff);
     return n;
+}
+
+int V_reading_line(const char **name)
+{
+    *name = nullptr;
+    if (!reading || !reading->text)
+        return 0;
+    *name = reading->name;
+    int end = reading_start < reading->size ? reading_start : reading->size;
+    int line = 1;
+    for (int i = 0; i < end; i++)
+        line += reading->text[i] == '\n';
+    return line;
 }
 
 int cut_cmd(V_FILE *fp, char *buff)

@@ -9,9 +9,15 @@ struct V_FILE {
     int size;
     struct stat stat;    // identifies the file for reuse
     V_FILE *next;
+    const char *name;    // the path it was loaded from; null for a text
+                         // handed to the reader (the page check, tests)
 };
 
 int V_fgets(char *buff, int size, V_FILE *fp);
+// The line last read from a loaded file (one with a name): its number,
+// counted from 1, with the file's name in *name; 0 and null before any.
+// A command continued over several lines gives its last line.
+int V_reading_line(const char **name);
 int cut_cmd(V_FILE *fp, char *buff);
 // cut_cmd without the error routine, for readers that look at a page
 // without running it: -1 when a continued command line would pass

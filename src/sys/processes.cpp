@@ -11,6 +11,7 @@
 #include "values/arguments.h"
 #include "values/command_entry.h"
 #include "values/output.h"
+#include "values/response.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
@@ -63,8 +64,9 @@ int V_shell(char *buff, int compile, int ignore)
     if (go <= 0)
         return go;
     V_TRACE("V_shell: {%s}\n", cmd);
-    // the command writes to our standard output: what the page wrote so far
-    // must reach it first
+    // the command writes to our standard output: the header block and what
+    // the page wrote so far must reach it first
+    V_response_settle();
     fflush(V_out());
     if (system(cmd) == -1)
         ERRMSG("Cannot run SHELL: %s \n", cmd);
@@ -80,7 +82,9 @@ int V_fork(char *buff, int compile, int ignore)
     char name[sizeof text];
     V_arg_string(text, name);
     // the output buffered at this moment is written by both processes, as a
-    // page that forks expects from stdio
+    // page that forks expects from stdio; a deferred header block is ended
+    // first, or both would end it
+    V_response_settle();
     char pid[20];
     snprintf(pid, sizeof pid, "%d", (int)fork());
     return V_put_value(name, pid, 0, 0);

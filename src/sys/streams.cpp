@@ -12,6 +12,7 @@
 #include "values/arguments.h"
 #include "values/command_entry.h"
 #include "values/output.h"
+#include "values/response.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
@@ -133,8 +134,10 @@ int open_command(char *buff, int compile, int ignore, bool pipe)
         return 0;
     }
     // pages flush what they wrote before a command they start may write too
-    if (pipe)
+    if (pipe) {
+        V_response_settle();
         fflush(V_out());
+    }
     FILE *fp = pipe ? popen(path, mode) : fopen(path, mode);
     if (!fp) {
         set_status(status, false);
@@ -258,8 +261,10 @@ int V_io_fputs(char *buff, int compile, int ignore)
     if (r <= 0)
         return r;
     FILE *fp = nullptr;
-    if (strcmp(a.word[0], "stdout") == 0)
+    if (strcmp(a.word[0], "stdout") == 0) {
+        V_response_settle();   // the text is page output
         fp = stdout;
+    }
     else if (strcmp(a.word[0], "stderr") == 0)
         fp = stderr;
     else if (V_OPEN *slot = find_stream(a.word[0]))

@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "values/response.h"
+
 int HTML = 1;
 int V_len = -1;
 int DO_fflush = 1;
@@ -63,6 +65,9 @@ void write_encoded(FILE *fp, const char *text, size_t n) {
 FILE *V_out() {
     if (V_stdout) return V_stdout;
     if (V_fp) return V_fp;
+    // page output is about to reach the response: a deferred header block
+    // ends first
+    V_response_settle();
     return stdout;
 }
 

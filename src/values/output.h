@@ -16,7 +16,9 @@ struct HTML_code {
 };
 extern const HTML_code HTML_tab[];
 
-FILE *V_out();                         // V_stdout, else V_fp, else stdout
+// V_stdout, else V_fp, else stdout; a deferred header block ends before
+// stdout is handed out.
+FILE *V_out();
 const char *HTML_string(unsigned char c);
 void V_putchar(unsigned char c);
 int transvalue(const char *value, char *buff);

@@ -244,6 +244,38 @@ void row_cut(const char *rest, V_sink &out) {
     V_len = -1;
 }
 
+// A UTF-8 character is its lead byte and the continuation bytes
+// (10xxxxxx) after it; a stray continuation byte goes with the character
+// before it, so no count or cut ever splits a sequence.
+bool starts_char(const char *text, const char *p) {
+    return p == text || ((unsigned char)*p & 0xC0) != 0x80;
+}
+
+int count_chars(const char *text) {
+    int n = 0;
+    for (const char *p = text; *p; p++) n += starts_char(text, p);
+    return n;
+}
+
+// ucut:K:R is cut: counting characters: at most K whole characters of the
+// value; K below 1 cuts nothing, as with cut:.
+void row_ucut(const char *rest, V_sink &out) {
+    const char *colon = strchr(rest, ':');
+    if (!colon) return;
+    int k = to_int(rest);
+    auto value = work_buf(V_LINE_MAX);
+    char *text = value.get();
+    value_of(colon + 1, text);
+    int index = 0;
+    for (char *p = text; k > 0 && *p; p++) {
+        if (starts_char(text, p) && index++ == k) {
+            *p = '\0';
+            break;
+        }
+    }
+    sink_value(out, text);
+}
+
 // str:A:B:R, characters A..B counted from 1; every odd case writes nothing.
 void row_str(const char *rest, V_sink &out) {
     if (!*rest) return;
@@ -497,6 +529,12 @@ int row_modifier(const char *ref, V_sink &out) {
         return sink_printf(out, "%d", (int)strlen(value.get())), 0;
     }
     if ((rest = after(ref, "cut:"))) return row_cut(rest, out), 0;
+    if ((rest = after(ref, "ulen:"))) {
+        auto value = work_buf(V_LINE_MAX);
+        value_of(rest, value.get());
+        return sink_printf(out, "%d", count_chars(value.get())), 0;
+    }
+    if ((rest = after(ref, "ucut:"))) return row_ucut(rest, out), 0;
     if ((rest = after(ref, "str:"))) return row_str(rest, out), 0;
     if ((rest = after(ref, "word:"))) return row_word(rest, out), 0;
     if ((rest = after(ref, "int:"))) return row_int(rest, out), 0;

@@ -1,8 +1,9 @@
 // Walks a visitor through the example guestbook in headless Chromium, as
-// served by one web server: the front page, signing it (with markup and
-// UTF-8 in what is typed), the author cookie coming back, an upload checked
-// byte for byte on disk, the error page and a missing page. A failed step
-// leaves a screenshot SERVER-STEP.png in VORN_SHOTS.
+// served by one web server: the front page (and its charset), signing it
+// (with markup and UTF-8 in what is typed; the answer redirects to the
+// front page), the author cookie coming back, an upload checked byte for
+// byte on disk, the error page (500), a missing page (404) and HEAD
+// requests. A failed step leaves a screenshot SERVER-STEP.png in VORN_SHOTS.
 // Environment: VORN_URL (the front page), VORN_TMP (the site's TMP_DIR),
 // VORN_SERVER (a name for the messages), VORN_SHOTS, VORN_PROFILE (a fresh
 // directory for the browser's profile).
@@ -46,7 +47,9 @@ const text = (selector) => page.locator(selector).first().textContent();
 const link = (name) => page.getByRole('link', { name, exact: true }).click();
 
 await step('1-front-page', async () => {
-    await page.goto(front);
+    const response = await page.goto(front);
+    expect('status', response.status(), 200);
+    expect('content type', response.headers()['content-type'], 'text/html; charset=utf-8');
     expect('title', await page.title(), 'Guestbook');
     expect('charset', await page.evaluate(() => document.characterSet), 'UTF-8');
     expect('entries', await page.locator('table tr:has(td)').count(), 3);
@@ -61,8 +64,13 @@ await step('2-sign', async () => {
     expect('sign page', page.url(), base + 'sign.html');
     await page.locator('input[name=author]').fill(author);
     await page.locator('textarea[name=message]').fill(message);
+    const posted = page.waitForResponse((r) => r.request().method() === 'POST');
     await page.getByRole('button', { name: 'Sign' }).click();
-    await page.getByText('Thank you, your entry is in.').waitFor();
+    const answer = await posted;
+    expect('answer to the POST', answer.status(), 303);
+    expect('redirected to', answer.headers()['location'], 'index.html');
+    await page.waitForURL(front);
+    expect('entries after signing', await page.locator('table tr:has(td)').count(), 4);
 });
 
 await step('3-entry-escaped', async () => {
@@ -99,20 +107,34 @@ await step('5-upload', async () => {
 await step('6-error-page', async () => {
     await page.goto(front);
     await link('Send a file');
+    const posted = page.waitForResponse((r) => r.request().method() === 'POST');
     await page.getByRole('button', { name: 'Send' }).click();
+    expect('status', (await posted).status(), 500);
     expect('heading', await text('h1'), 'Something went wrong');
     expect('message', (await text('pre')).trim(), 'No file was chosen.');
     expect('title', await page.title(), 'Something went wrong');
 });
 
 await step('7-missing-page', async () => {
-    await page.goto(base + 'nothere.html');
+    const response = await page.goto(base + 'nothere.html');
+    expect('status', response.status(), 404);
     const body = await page.locator('body').textContent();
     if (!/Invalid V_PAGE value: \/nothere\.html/.test(body))
         throw new Error(`page reads ${JSON.stringify(body.trim())}`);
     expect('guestbook content', await page.locator('table').count(), 0);
 });
 
+await step('8-head', async () => {
+    // the web server passes HEAD on as it comes; Vorn answers with the GET's
+    // header block and no body
+    const found = await fetch(front, { method: 'HEAD' });
+    expect('status', found.status, 200);
+    expect('content type', found.headers.get('content-type'), 'text/html; charset=utf-8');
+    expect('body', (await found.text()).length, 0);
+    const missing = await fetch(base + 'nothere.html', { method: 'HEAD' });
+    expect('missing page', missing.status, 404);
+});
+
 await context.close();
-console.log(`${server}: ${7 - failed} passed, ${failed} failed`);
+console.log(`${server}: ${8 - failed} passed, ${failed} failed`);
 process.exit(failed ? 1 : 0);

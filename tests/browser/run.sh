@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Serves the example guestbook under lighttpd, Apache httpd (mod_cgi) and
-# nginx with fcgiwrap in turn, each on 127.0.0.1, and walks headless Chromium
-# through it (guestbook.mjs). playwright-core is installed with npm into OUT,
+# nginx with fcgiwrap in turn, each on 127.0.0.1, walks headless Chromium
+# through it (guestbook.mjs) and looks for Vorn's line in the error log. playwright-core is installed with npm into OUT,
 # where failed steps leave their screenshots (OUT/screenshots).
 # Usage: run.sh VORN OUT [SERVER...]
 set -euo pipefail
@@ -43,6 +43,12 @@ for server in "${servers[@]}"; do
     example_stop
     if grep -E 'AddressSanitizer|runtime error' "$work/$server/server/logs/"*.log; then
         echo "FAIL $server: sanitizer report from the CGI process"
+        status=1
+    fi
+    # the missing page's error reached the server's error log as one line
+    if ! grep -q 'vorn\[[0-9]*\]: Invalid V_PAGE value: /nothere\.html' \
+            "$work/$server/server/logs/"*.log; then
+        echo "FAIL $server: no error-log line for the missing page"
         status=1
     fi
 done

@@ -212,3 +212,29 @@ TEST(Diagnostics, DefaultsServeWithoutADriver)
         EXPECT_TRUE(std::regex_match(log, std::regex(std::string(PREFIX) + "plain\n"))) << log;
     });
 }
+
+// The error-log line stays one line within its buffer however long the
+// page and file names and the message are, with no control byte in it,
+// and the message always finds room after the names.
+TEST(Diagnostics, LogLineIsOneBoundedLine)
+{
+    IN_CHILD({
+        static std::string page(9000, 'p'), file(9000, 'f');
+        V_set_diag_hooks({nullptr, nullptr, nullptr, nullptr,
+                          [](const char **p, const char **f) {
+                              *p = page.c_str();
+                              *f = file.c_str();
+                              return 7;
+                          }});
+        std::string dir = make_dir(), path = dir + "/stderr";
+        ASSERT_TRUE(freopen(path.c_str(), "w", stderr));
+        V_log_error((" first\r\nsecond\x1b[2J" + std::string(9000, 'm') + "\n").c_str());
+        fflush(stderr);
+        std::string line = slurp(path);
+        EXPECT_EQ(line.find('\n'), line.size() - 1);
+        EXPECT_EQ(line.find_first_of("\r\x1b"), std::string::npos);
+        EXPECT_LE(line.size(), (size_t)V_ERRMSG_SIZE + 1024);
+        EXPECT_NE(line.find(" vorn[" + std::to_string(getpid()) + "]: ppp"), std::string::npos);
+        EXPECT_NE(line.find("fff:7: first  second [2Jmmm"), std::string::npos) << line;
+    });
+}

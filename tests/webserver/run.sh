@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs the interpreter as a CGI program under lighttpd on 127.0.0.1 and
-# checks what curl gets back: GET, url-encoded and multipart POST, cookies
-# both ways, and an error page, each as real HTTP responses.
+# checks what curl gets back: GET, HEAD, url-encoded and multipart POST,
+# cookies both ways, and error pages, each as real HTTP responses.
 set -euo pipefail
 vorn=$1
 here=$(cd "$(dirname "$0")" && pwd)
@@ -122,15 +122,23 @@ get option "$base?V_PAGE=option.html"
 headers option 200 "$html"
 body option 'before\n</table></table></table><hr><h3><pre>\n Unknown option:  nosuch \n</pre></h3><hr>'
 get missing "$base?V_PAGE=nothere.html"
-headers missing 200 "$html"
+headers missing 404 "$html"
 body missing '</table></table></table><hr><h3><pre>\n Invalid V_PAGE value: nothere.html \n \n</pre></h3><hr>'
 # A body cut before its closing boundary fails in the decoder: the error
-# still comes back as a page with its Content-Type.
+# still comes back as a page with its Content-Type, and the status 500.
 printf -- '--XX\r\nContent-Disposition: form-data; name="a"\r\n\r\nno end' > "$work/cut"
 get cut --data-binary "@$work/cut" -H 'Content-Type: multipart/form-data; boundary=XX' "$base"
-headers cut 200 "$html"
+headers cut 500 "$html"
 body cut '</table></table></table><hr><h3><pre>\n Broken Input... \n</pre></h3><hr>'
 
-# the interpreter's stderr goes to the breakage log
+# 6. HEAD gets the header block of the GET; a missing page 404
+get head -I "$base/hello.html?who=x"
+headers head 200 "$html"
+get headmissing -I "$base/nothere.html"
+headers headmissing 404 "$html"
+
+# the interpreter's stderr goes to the breakage log, one line per error
 sanitizer_clean "$work/cgi.log" || fail "sanitizer report from the CGI process"
-echo "webserver: 9 requests through lighttpd checked"
+grep -q 'vorn\[[0-9]*\]: Invalid V_PAGE value: nothere.html' "$work/cgi.log" ||
+  fail "no error log line for the missing page"
+echo "webserver: 11 requests through lighttpd checked"
