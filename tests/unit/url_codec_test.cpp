@@ -19,23 +19,6 @@ FILE *from_text(const std::string &text) {
     return f;
 }
 
-std::string unescaped(const char *text) {
-    std::string s = text;
-    unescape_url(s.data());
-    return s.c_str();
-}
-
-TEST(UrlCodec, HexPairsDecodeInEitherCase) {
-    EXPECT_EQ(x2c("41"), 'A');
-    EXPECT_EQ(x2c("4a"), 'J');
-    EXPECT_EQ(x2c("4A"), 'J');
-    EXPECT_EQ((unsigned char)x2c("ff"), 0xff);
-    EXPECT_EQ(unescaped("a%20b%2Bc%3d"), "a b+c=");
-    EXPECT_EQ(unescaped("%"), "%");      // nothing to read behind a lone '%'
-    EXPECT_EQ(unescaped("x%4"), "x%4");
-    EXPECT_EQ(unescaped("%41%"), "A%");
-}
-
 TEST(UrlCodec, EscapeKeepsOnlyLettersAndDigits) {
     char out[64];
     escape_url("aZ09 -_.~/\xE9", out);
