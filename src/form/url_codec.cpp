@@ -9,15 +9,6 @@
 #include "driver/diagnostics.h"
 #include "form/urlencoded.h"
 
-char *makeword(char *line, char stop) {
-    int n = 0;
-    while (line[n] && line[n] != stop) n++;
-    char *word = (char *)malloc(n + 1);
-    memcpy(word, line, n);
-    word[n] = '\0';
-    return word;
-}
-
 namespace {
 
 int cut_fields;   // fields fmakeword has cut in this process
@@ -104,11 +95,6 @@ void escape_url(const char *text, char *out) {
 void plustospace(char *str) {
     for (; *str; str++)
         if (*str == '+') *str = ' ';
-}
-
-int ind(const char *s, char c) {
-    const char *p = strchr(s, c);
-    return p && c ? (int)(p - s) : -1;
 }
 
 int rind(const char *s, char c) {
