@@ -283,17 +283,6 @@ int V_printfile(const char *fname, int compile)
     return 0;
 }
 
-int V_trans_printfile(const char *name, int compile)
-{
-    char buf[V_LINE_MAX];
-    char arg[V_LINE_MAX];
-    buf[0] = 0;
-    V_transline(name, buf, compile);
-    arg[0] = 0;
-    V_arg_string(buf, arg);
-    return V_printfile(arg, compile);
-}
-
 int V_include(char *buff, int compile, int ignore)
 {
     static const char tag[] = "<@include>";

@@ -22,6 +22,5 @@ int cut_cmd(V_FILE *fp, char *buff);
 // V_LINE_MAX - 1 bytes (the line stays as joined so far), else 0.
 int V_cut_line(V_FILE *fp, char *buff);
 int V_include(char *buff, int compile, int ignore);
-int V_trans_printfile(const char *name, int compile);
 int V_quit(char *buff, int compile, int ignore);
 void V_fflush(FILE *fp);
