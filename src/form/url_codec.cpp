@@ -102,29 +102,6 @@ int rind(const char *s, char c) {
     return p && c ? (int)(p - s) : -1;
 }
 
-// A line ends at a line feed or a byte 4 (neither kept), at the end of the
-// stream, or after n - 1 bytes; carriage returns are dropped. A full line
-// looks at the next byte: its own end is consumed with it (so a line of
-// exactly n - 1 bytes reads as one line), any other byte starts the next
-// line, so nothing is lost. Returns 1 when the stream has ended.
-int getline(char *s, int n, FILE *f) {
-    if (n <= 0) return feof(f) ? 1 : 0;
-    int i = 0, c = 0;
-    while (i < n - 1) {
-        c = fgetc(f);
-        if (c == EOF || c == '\n' || c == 4) break;
-        if (c == '\r') continue;
-        s[i++] = (char)c;
-    }
-    s[i] = '\0';
-    if (i == n - 1) {
-        do c = fgetc(f);
-        while (c == '\r');
-        if (c != EOF && c != '\n' && c != 4) ungetc(c, f);
-    }
-    return feof(f) ? 1 : 0;
-}
-
 namespace {
 
 // Bytes that mean something to the shell somewhere in a word: operators,

@@ -12,6 +12,5 @@ void unescape_url(char *url);
 void escape_url(const char *text, char *out);   // out needs 3 * strlen + 1
 void plustospace(char *str);
 int rind(const char *s, char c);
-int getline(char *s, int n, FILE *f);
 void escape_shell_cmd(char *cmd, int size);     // size bounds the grown text
 void strip_name(char *name);

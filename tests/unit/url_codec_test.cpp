@@ -100,24 +100,6 @@ TEST(UrlCodec, LongFieldIsCutAndCountedSilently) {
     EXPECT_STREQ(text, "<hr> WARNING: Value value size is over 50000!!! [cut]... <hr>");
 }
 
-TEST(UrlCodec, LinesDropCarriageReturnsAndStopAtTheSize) {
-    FILE *f = from_text("ab\r\ncd\x04" "abcdef\nabcd\r\nlast");
-    char s[5];
-    EXPECT_EQ(getline(s, sizeof s, f), 0);
-    EXPECT_STREQ(s, "ab");
-    getline(s, sizeof s, f);
-    EXPECT_STREQ(s, "cd");
-    getline(s, sizeof s, f);
-    EXPECT_STREQ(s, "abcd");
-    getline(s, sizeof s, f);
-    EXPECT_STREQ(s, "ef");   // the rest of the long line, nothing lost
-    getline(s, sizeof s, f);
-    EXPECT_STREQ(s, "abcd");   // an exact fit takes its line end along
-    EXPECT_EQ(getline(s, sizeof s, f), 1);
-    EXPECT_STREQ(s, "last");
-    fclose(f);
-}
-
 TEST(UrlCodec, ShellEscapeIsBounded) {
     char cmd[128] = "ls & rm -rf ~/x; echo $(id) `w` 'q' \"d\" a|b *?<>^[]{}\\ #=!%";
     escape_shell_cmd(cmd, sizeof cmd);
