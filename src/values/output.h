@@ -16,8 +16,6 @@ struct HTML_code {
 extern const HTML_code HTML_tab[];
 
 FILE *V_out();                         // V_stdout, else V_fp, else stdout
-const char *HTML_string(unsigned char c);
-void V_putchar(unsigned char c);
 int transvalue(const char *value, char *buff);
 // Writes n bytes of text to the current stream, entity-encoded when HTML is on.
 void V_write_text(const char *text, int n);
