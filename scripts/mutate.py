@@ -22,6 +22,7 @@ an equivalent change that nothing can observe: read each one.
   scripts/mutate.py --files src/db/postgres_engine.cpp --labels 'unit|page|postgres'
 """
 import argparse
+import fcntl
 import glob
 import os
 import random
@@ -261,6 +262,12 @@ def main():
 
     tree, build_dir = os.path.join(args.dir, 'tree'), os.path.join(args.dir, 'build')
     os.makedirs(tree, exist_ok=True)
+    # one run at a time per scratch tree: a second would plant into the first
+    lock = open(os.path.join(args.dir, 'lock'), 'w')
+    try:
+        fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except OSError:
+        sys.exit('another mutation run is using ' + args.dir)
     sync_tree(tree)
     print('== configure and build the scratch tree %s' % tree, flush=True)
     rc, out = run(['cmake', '-S', tree, '-B', build_dir, '-DCMAKE_BUILD_TYPE=RelWithDebInfo'],
