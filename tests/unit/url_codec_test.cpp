@@ -129,6 +129,11 @@ TEST(UrlCodec, StripNameKeepsTheFileName) {
     char mixed[] = "a\\b/c\\d.txt";
     strip_name(mixed);
     EXPECT_STREQ(mixed, "d.txt");
+    char leading[] = "\\x.txt", rooted[] = "/y.txt";   // a separator at position 0
+    strip_name(leading);
+    strip_name(rooted);
+    EXPECT_STREQ(leading, "x.txt");
+    EXPECT_STREQ(rooted, "y.txt");
 }
 
 }  // namespace
