@@ -36,15 +36,15 @@ foreach(case ${VORN_PG_SHARED_CASES} ${VORN_PG_OWN_CASES})
            COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/pages/run_case.py
                    $<TARGET_FILE:vorn> ${case})
   set_tests_properties(${test_name} PROPERTIES
-    FIXTURES_REQUIRED vorn_postgres
+    LABELS postgres FIXTURES_REQUIRED vorn_postgres
     ENVIRONMENT "VORN_DB=postgres;PGHOST=${VORN_PG_SOCKET};PGPORT=${VORN_PG_PORT};PGUSER=postgres;PGDATABASE=${VORN_PG_DATABASE};PGOPTIONS=-c search_path=${schema},public,oracle")
 endforeach()
 
 add_test(NAME postgres/start
          COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/postgres/start.sh ${VORN_PG_ROOT} ${VORN_PG_SOCKET}
                  ${VORN_PG_PORT} ${VORN_PG_DATABASE} ${VORN_PG_SCHEMAS})
-set_tests_properties(postgres/start PROPERTIES FIXTURES_SETUP vorn_postgres TIMEOUT 180)
+set_tests_properties(postgres/start PROPERTIES LABELS postgres FIXTURES_SETUP vorn_postgres TIMEOUT 180)
 
 add_test(NAME postgres/stop
          COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/postgres/stop.sh ${VORN_PG_ROOT})
-set_tests_properties(postgres/stop PROPERTIES FIXTURES_CLEANUP vorn_postgres)
+set_tests_properties(postgres/stop PROPERTIES LABELS postgres FIXTURES_CLEANUP vorn_postgres)

@@ -31,14 +31,6 @@ bool needs_quotes(unsigned char c) {
 
 }  // namespace
 
-char *makeword(char *line, char stop) {
-    int n = 0;
-    while (line[n] && line[n] != stop) n++;
-    char *word = (char *)malloc(n + 1);
-    memcpy(word, line, n);
-    word[n] = '\0';
-    return word;
-}
 
 // Reads one field of the body up to stop, counting every byte read against
 // *cl. A field beyond V_FIELD_MAX characters keeps its first V_FIELD_MAX;
@@ -122,37 +114,9 @@ void plustospace(char *str) {
         if (*str == '+') *str = ' ';
 }
 
-int ind(const char *s, char c) {
-    const char *p = strchr(s, c);
-    return p && c ? (int)(p - s) : -1;
-}
-
 int rind(const char *s, char c) {
     const char *p = strrchr(s, c);
     return p && c ? (int)(p - s) : -1;
-}
-
-// A line ends at a line feed or a byte 4 (neither kept), at the end of the
-// stream, or after n - 1 bytes; carriage returns are dropped. A full line
-// looks at the next byte: its own end is consumed with it (so a line of
-// exactly n - 1 bytes reads as one line), any other byte starts the next
-// line, so nothing is lost. Returns 1 when the stream has ended.
-int getline(char *s, int n, FILE *f) {
-    if (n <= 0) return feof(f) ? 1 : 0;
-    int i = 0, c = 0;
-    while (i < n - 1) {
-        c = fgetc(f);
-        if (c == EOF || c == '\n' || c == 4) break;
-        if (c == '\r') continue;
-        s[i++] = (char)c;
-    }
-    s[i] = '\0';
-    if (i == n - 1) {
-        do c = fgetc(f);
-        while (c == '\r');
-        if (c != EOF && c != '\n' && c != 4) ungetc(c, f);
-    }
-    return feof(f) ? 1 : 0;
 }
 
 // Makes the text one shell word per blank-separated part, whatever its

@@ -179,17 +179,6 @@ const char *V_page_text(const char *fname)
     return (fp ? fp : load_file(fname, st))->text;
 }
 
-int V_trans_printfile(const char *name, int compile)
-{
-    char buf[V_LINE_MAX];
-    char arg[V_LINE_MAX];
-    buf[0] = 0;
-    V_transline(name, buf, compile);
-    arg[0] = 0;
-    V_arg_string(buf, arg);
-    return V_printfile(arg, compile);
-}
-
 int V_include(char *buff, int compile, int ignore)
 {
     char buf[V_LINE_MAX];

@@ -11,6 +11,5 @@ int V_printfile(const char *fname, int compile);
 // reuses it); null when the file cannot be read, which V_printfile reports.
 const char *V_page_text(const char *fname);
 int V_include(char *buff, int compile, int ignore);
-int V_trans_printfile(const char *name, int compile);
 int V_quit(char *buff, int compile, int ignore);
 void V_fflush(FILE *fp);

@@ -71,24 +71,6 @@ FILE *V_out() {
     return stdout;
 }
 
-const char *HTML_string(unsigned char c) {
-    static char scratch[2];
-    const char *ent = entities()[c];
-    if (ent) return ent;
-    scratch[0] = static_cast<char>(c);
-    scratch[1] = '\0';
-    return scratch;
-}
-
-void V_putchar(unsigned char c) {
-    FILE *fp = V_out();
-    const char *ent = HTML ? entities()[c] : nullptr;
-    if (ent)
-        fputs(ent, fp);
-    else
-        fputc(c, fp);
-}
-
 // The V_len cut is a bounded length, so the caller's text is never touched.
 int transvalue(const char *value, char *buff) {
     if (!value) value = "";

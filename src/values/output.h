@@ -19,8 +19,6 @@ extern const HTML_code HTML_tab[];
 // V_stdout, else V_fp, else stdout; a deferred header block ends before
 // stdout is handed out.
 FILE *V_out();
-const char *HTML_string(unsigned char c);
-void V_putchar(unsigned char c);
 int transvalue(const char *value, char *buff);
 // Writes n bytes of text to the current stream, entity-encoded when HTML is on.
 void V_write_text(const char *text, int n);

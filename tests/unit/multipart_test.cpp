@@ -129,6 +129,10 @@ TEST_F(FormDataDecoder, HostileShapesEndCleanly)
     std::string huge = "--XyZ\r\nX-Long: " + std::string(100000, 'h') + "\r\n" + field("a", "1").substr(7) + end;
     EXPECT_EQ(decode(huge), 0);
     EXPECT_STREQ(ent[0].val, "1");
+    // what follows a separator on its line names no field
+    EXPECT_EQ(decode(field("a", "1") + "--XyZ name=\"smuggled\"\r\n" + end), 0);
+    EXPECT_STREQ(ent[0].val, "1");
+    EXPECT_EQ(ent[1].name, nullptr);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Unit tests of output and entity encoding: the entity table, the value
-// cut, buffers never encoded, and the choice of the output stream.
+// Unit test of output: the order of the output streams, which a page
+// cannot show (values/output_encoding.case shows the encoding).
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -29,49 +29,6 @@ struct Capture {
         return out;
     }
 };
-
-TEST(Output, EntityTable) {
-    int rows = 0;
-    while (HTML_tab[rows].html) rows++;
-    EXPECT_EQ(rows, 52);
-    EXPECT_STREQ(HTML_string(0xF8), "&ordmas;");
-    EXPECT_STREQ(HTML_string(0xBF), "&questi;");
-    EXPECT_STREQ(HTML_string(0xDD), "&Yacute;");
-    EXPECT_STREQ(HTML_string(0xE5), "\xE5");
-}
-
-TEST(Output, EncodingOnlyTowardsTheStream) {
-    Capture cap;
-    HTML = 1;
-    V_len = -1;
-    transvalue("<b>caf\xE9</b> \xDF\xE5 & \"q\" \xF8\xBF", nullptr);
-    V_write_text("a\xC7" "b cut here", 3);
-    V_putchar(0xC0);
-    char buf[32];
-    transvalue("\xE9t\xE9", buf);
-    EXPECT_STREQ(buf, "\xE9t\xE9");
-    HTML = 0;
-    transvalue("\xE9", nullptr);
-    V_write_text("\xE8", 1);
-    EXPECT_EQ(cap.text(), "<b>caf&eacute;</b> \xDF\xE5 & \"q\" &ordmas;&questi;"
-                          "a&Ccedil;b&Agrave;\xE9\xE8");
-}
-
-TEST(Output, LengthCutLeavesTheValueAlone) {
-    Capture cap;
-    HTML = 1;
-    V_len = 4;
-    const char value[] = "\xE9" "123456789";
-    EXPECT_EQ(transvalue(value, nullptr), 4);
-    EXPECT_EQ(cap.text(), "&eacute;123");
-    EXPECT_EQ(strlen(value), 10u);
-    char buf[32];
-    transvalue(value, buf);
-    EXPECT_STREQ(buf, "\xE9" "123");
-    V_len = 0;   // no limit
-    transvalue(nullptr, buf);
-    EXPECT_STREQ(buf, "");
-}
 
 TEST(Output, StreamChoice) {
     FILE *saved_stdout = V_stdout, *saved_fp = V_fp;

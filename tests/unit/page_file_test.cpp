@@ -31,12 +31,6 @@ std::string cut(const std::string &first, MemFile &mem)
     return buff;
 }
 
-std::string cut(const std::string &first)
-{
-    MemFile none("");
-    return cut(first, none);
-}
-
 } // namespace
 
 TEST(PageFile, FgetsReadsLinesKeepingNewline)
@@ -66,53 +60,6 @@ TEST(PageFile, FgetsSplitsLongLineAtBufferSize)
     EXPECT_EQ(m.f.offset, m.f.size);
 }
 
-
-TEST(PageFile, TextLineKeepsBlanksAndNewline)
-{
-    EXPECT_EQ(cut("   plain text\n"), "   plain text\n");
-    EXPECT_EQ(cut("x<@include> head.html\n"), "x<@include> head.html\n");
-}
-
-TEST(PageFile, CommandLineIsMovedToFrontWithoutNewline)
-{
-    EXPECT_EQ(cut("   <@include> head.html\n"), "<@include> head.html");
-    EXPECT_EQ(cut("\t \t<@end>\n"), "<@end>");
-}
-
-TEST(PageFile, ControlBytesBecomeBlanksButLatin1Stays)
-{
-    EXPECT_EQ(cut("a\tb\rc\x01" "d\n"), "a b c d\n");
-    EXPECT_EQ(cut("caf\xe9\n"), "caf\xe9\n");
-}
-
-TEST(PageFile, CommentOnOneLineKeepsSurroundingBlanks)
-{
-    EXPECT_EQ(cut("abc <@-- note --@> def\n"), "abc  def\n");
-    EXPECT_EQ(cut("<@--a--@>x<@--b--@>y\n"), "xy\n");
-    // a line holding only a comment is left as an empty line
-    EXPECT_EQ(cut("<@-- only --@>\n"), "\n");
-}
-
-TEST(PageFile, CommentAcrossLinesSwallowsThem)
-{
-    MemFile m("two\nthree\nfour --@>kept\nnext\n");
-    EXPECT_EQ(cut("ab<@-- one\n", m), "abkept\n");
-    EXPECT_EQ(m.rest(), "next\n");
-}
-
-TEST(PageFile, CommentInCommandLineRemoved)
-{
-    MemFile m("x\n--@> tail\nnext\n");
-    EXPECT_EQ(cut("  <@set> a <@-- open\n", m), "<@set> a  tail");
-    EXPECT_EQ(m.rest(), "next\n");
-}
-
-TEST(PageFile, UnterminatedCommentSwallowsRestOfFile)
-{
-    MemFile m("a\nb\n<@end>\n");
-    EXPECT_EQ(cut("keep<@-- open\n", m), "keep");
-    EXPECT_EQ(m.f.offset, m.f.size);
-}
 
 TEST(PageFile, CommentOpenerAloneDoesNotCloseItself)
 {

@@ -19,23 +19,6 @@ FILE *from_text(const std::string &text) {
     return f;
 }
 
-std::string unescaped(const char *text) {
-    std::string s = text;
-    unescape_url(s.data());
-    return s.c_str();
-}
-
-TEST(UrlCodec, HexPairsDecodeInEitherCase) {
-    EXPECT_EQ(x2c("41"), 'A');
-    EXPECT_EQ(x2c("4a"), 'J');
-    EXPECT_EQ(x2c("4A"), 'J');
-    EXPECT_EQ((unsigned char)x2c("ff"), 0xff);
-    EXPECT_EQ(unescaped("a%20b%2Bc%3d"), "a b+c=");
-    EXPECT_EQ(unescaped("%"), "%");      // nothing to read behind a lone '%'
-    EXPECT_EQ(unescaped("x%4"), "x%4");
-    EXPECT_EQ(unescaped("%41%"), "A%");
-}
-
 TEST(UrlCodec, EscapeKeepsOnlyLettersAndDigits) {
     char out[64];
     escape_url("aZ09 -_.~/\xE9", out);
@@ -117,24 +100,6 @@ TEST(UrlCodec, LongFieldIsCutAndCountedSilently) {
     EXPECT_STREQ(text, "<hr> WARNING: Value value size is over 50000!!! [cut]... <hr>");
 }
 
-TEST(UrlCodec, LinesDropCarriageReturnsAndStopAtTheSize) {
-    FILE *f = from_text("ab\r\ncd\x04" "abcdef\nabcd\r\nlast");
-    char s[5];
-    EXPECT_EQ(getline(s, sizeof s, f), 0);
-    EXPECT_STREQ(s, "ab");
-    getline(s, sizeof s, f);
-    EXPECT_STREQ(s, "cd");
-    getline(s, sizeof s, f);
-    EXPECT_STREQ(s, "abcd");
-    getline(s, sizeof s, f);
-    EXPECT_STREQ(s, "ef");   // the rest of the long line, nothing lost
-    getline(s, sizeof s, f);
-    EXPECT_STREQ(s, "abcd");   // an exact fit takes its line end along
-    EXPECT_EQ(getline(s, sizeof s, f), 1);
-    EXPECT_STREQ(s, "last");
-    fclose(f);
-}
-
 TEST(UrlCodec, ShellEscapeIsBounded) {
     char cmd[128] = "ls & rm -rf ~/x; echo $(id) `w` 'q' \"d\" a|b *?<>^[]{}\\ #=!%";
     escape_shell_cmd(cmd, sizeof cmd);
@@ -164,6 +129,11 @@ TEST(UrlCodec, StripNameKeepsTheFileName) {
     char mixed[] = "a\\b/c\\d.txt";
     strip_name(mixed);
     EXPECT_STREQ(mixed, "d.txt");
+    char leading[] = "\\x.txt", rooted[] = "/y.txt";   // a separator at position 0
+    strip_name(leading);
+    strip_name(rooted);
+    EXPECT_STREQ(leading, "x.txt");
+    EXPECT_STREQ(rooted, "y.txt");
 }
 
 }  // namespace
