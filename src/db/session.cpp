@@ -136,7 +136,7 @@ int statement_kind(const char *sql) {
     for (;;) {
         while (isspace(static_cast<unsigned char>(*p))) p++;
         if (!*p) break;
-        if (n == 3) return STMT_PLAIN;
+        if (n == 3) break;   // longer texts are ordinary or savepoint statements
         int len = 0;
         for (; *p && !isspace(static_cast<unsigned char>(*p)); p++)
             if (len < 24) w[n][len++] = static_cast<char>(tolower(static_cast<unsigned char>(*p)));
@@ -147,6 +147,7 @@ int statement_kind(const char *sql) {
     static const char *const tail_words[] = {"work", "transaction", nullptr};
     static const char *const begin_tail[] = {"work", "transaction", "deferred", "immediate", "exclusive",
                                              nullptr};
+    if (*p) n = 4;   // a fourth word: no transaction word has one
     bool short_form = n == 1 || (n == 2 && word_in(w[1], tail_words));
     if (word_in(w[0], commit_words) && short_form) return STMT_COMMIT;
     if (word_in(w[0], rollback_words) && short_form) return STMT_ROLLBACK;
