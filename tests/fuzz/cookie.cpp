@@ -36,7 +36,8 @@ void empty_store() {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::string name, jar;
     split_line(input_text(data, size), name, jar);
-    setenv("HTTP_COOKIE", jar.c_str(), 1);
+    static std::vector<char> cookies;
+    put_env(cookies, "HTTP_COOKIE", jar);
     // a command line never outgrows the line buffer it was read into
     std::string line = ("<@cookie> " + name).substr(0, V_LINE_MAX - 1);
     V_cookie(line.data(), 0, 0);

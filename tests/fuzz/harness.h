@@ -5,7 +5,9 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <vector>
 
 // The input up to its first NUL.
 inline std::string input_text(const uint8_t *data, size_t size) {
@@ -19,6 +21,16 @@ inline void split_line(const std::string &text, std::string &head, std::string &
     size_t nl = text.find('\n');
     head = text.substr(0, nl);
     tail = nl == std::string::npos ? "" : text.substr(nl + 1);
+}
+
+// Sets environment variable name to value through slot, which the caller
+// keeps: setenv would keep every value ever set, and on millions of inputs
+// that grows without end. The old text goes only once the new one is in.
+inline void put_env(std::vector<char> &slot, const char *name, const std::string &value) {
+    std::string text = std::string(name) + "=" + value;
+    std::vector<char> next(text.c_str(), text.c_str() + text.size() + 1);
+    putenv(next.data());
+    slot.swap(next);
 }
 
 // Integer division by zero raises SIGFPE on purpose, which would end the

@@ -32,12 +32,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         setenv("REQUEST_METHOD", "POST", 1);
         setenv("CONTENT_TYPE", "application/x-www-form-urlencoded", 1);
         long length = (long)size + (source == POST_SKEWED ? skew : 0);
-        setenv("CONTENT_LENGTH", std::to_string(length).c_str(), 1);
+        static std::vector<char> declared;
+        put_env(declared, "CONTENT_LENGTH", std::to_string(length));
         with_stdin(data, size, [] { POST_parser(ent); });
     } else {
         setenv("REQUEST_METHOD", "GET", 1);
-        std::string text = input_text(data, size);
-        setenv(source == QUERY ? "QUERY_STRING" : "PATH_INFO", text.c_str(), 1);
+        static std::vector<char> query, path;
+        if (source == QUERY)
+            put_env(query, "QUERY_STRING", input_text(data, size));
+        else
+            put_env(path, "PATH_INFO", input_text(data, size));
         if (GET_parser(ent, "V_PAGE") == 0) GET_path(ent, "V_PAGE");
     }
     clear_table();
