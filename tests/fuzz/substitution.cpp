@@ -1,20 +1,24 @@
 // Fuzz target: value substitution. An input is a line whose $(...)
 // references, nested and with any modifier, are expanded against a few
-// variables set here: once into a full line buffer and once into a short
-// one, both on the heap so that a write past the end is seen. Errors are
-// held as while an error page runs, so a bad reference does not end the
-// process.
-#include <cstring>
+// variables set here: into a full line buffer and into a short one, both on
+// the heap so that a write past the end is seen, and to the page (standard
+// output, sent to /dev/null) with HTML entities on. Errors are held as while
+// an error page runs, so a bad reference does not end the process.
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
 
 #include "driver/diagnostics.h"
 #include "driver/request.h"
 #include "harness.h"
+#include "values/output.h"
 #include "values/substitution.h"
 #include "values/variables.h"
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    if (!freopen("/dev/null", "w", stdout)) abort();
+    HTML = 1;
     V_install_hooks();
     V_hold_errors();
     hold_divide_fault();
@@ -39,5 +43,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     V_transline(line.c_str(), full.get(), 1);
     auto part = std::make_unique<char[]>(SHORT);
     V_transline_n(line.c_str(), part.get(), SHORT, 1);
+    V_transline(line.c_str(), nullptr, 1);
     return 0;
 }
