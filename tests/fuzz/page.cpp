@@ -1,10 +1,12 @@
 // Fuzz target: a whole page run. An input is the page text. The interpreter
 // ends every run through exit() and keeps process-wide state, as one process
-// per request may, so each input runs in a forked child: checked as by
-// `vorn --check`, then run from the command line as in a shell, in a
-// scratch site with standard input and output on /dev/null. The child
-// copies its coverage counters back through shared memory as it exits, so
-// the fuzzer still sees what a page reached.
+// per request may, so each input runs in a child process of its own: checked
+// as by `vorn --check`, then run from the command line as in a shell, in a
+// scratch site with standard input and output on /dev/null. The children
+// are forked by a server process forked once at start-up, while this
+// process is still small: a fork of the fuzzer with its grown corpus costs
+// several times more. Each child copies its coverage counters back through
+// shared memory as it exits, so the fuzzer still sees what a page reached.
 //
 // A child that exits (0, or 255 after an error) or outlives its run-time
 // alarm has finished; one killed by any other signal, or ended by a
@@ -65,6 +67,36 @@ void copy_counters(int status, void *) {
     _exit(0);
 }
 
+int commands[2], results[2];  // pipes to the fork server and back
+
+// The fork server: one child per byte read, its wait status written back;
+// it ends when the fuzzer's end of the pipe closes.
+[[noreturn]] void serve() {
+    close(commands[1]);
+    close(results[0]);
+    char go;
+    while (read(commands[0], &go, 1) == 1) {
+        pid_t pid = fork();
+        if (pid == 0) run_child();
+        int status = -1;
+        while (pid > 0 && waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+        }
+        if (write(results[1], &status, sizeof status) != sizeof status) break;
+    }
+    _exit(0);
+}
+
+// The wait status of one page run.
+int run_page() {
+    char go = 1;
+    int status;
+    while (write(commands[1], &go, 1) != 1)
+        if (errno != EINTR) abort();
+    while (read(results[0], &status, sizeof status) != sizeof status)
+        if (errno != EINTR) abort();
+    return status;
+}
+
 int remove_entry(const char *path, const struct stat *, int, FTW *) {
     return remove(path);
 }
@@ -95,6 +127,12 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
                    MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (m == MAP_FAILED) abort();
     shared_counters = static_cast<uint8_t *>(m);
+    if (pipe(commands) || pipe(results)) abort();
+    pid_t server = fork();
+    if (server < 0) abort();
+    if (server == 0) serve();
+    close(commands[0]);
+    close(results[1]);
     return 0;
 }
 
@@ -103,13 +141,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (!page) abort();
     fwrite(data, 1, size, page);
     fclose(page);
-    fflush(nullptr);
-    pid_t pid = fork();
-    if (pid < 0) abort();
-    if (pid == 0) run_child();
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0)
-        if (errno != EINTR) abort();
+    int status = run_page();
     if (WIFEXITED(status) && (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == EXIT_ERROR)) {
         memcpy(__start___sancov_cntrs, shared_counters, counter_bytes);
         return 0;
