@@ -1,6 +1,7 @@
 // Fuzz target: the multipart/form-data decoder. An input is the request
-// body, its first line the boundary as the decoder reads it. Uploads land in
-// a scratch directory made at start-up and emptied after every input.
+// body, its first line the boundary as the decoder reads it, and its size
+// the declared CONTENT_LENGTH. Uploads land in a scratch directory made at
+// start-up and emptied after every input.
 #include <dirent.h>
 #include <unistd.h>
 
@@ -42,6 +43,8 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static std::vector<char> declared;
+    put_env(declared, "CONTENT_LENGTH", std::to_string(size));
     with_stdin(data, size, [] { E_POST_parser(ent); });
     for (int i = 0; i < V_ENT_MAX && ent[i].name; i++) {
         free(ent[i].name);
