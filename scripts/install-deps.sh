@@ -4,7 +4,8 @@
 # need (GoogleTest, a PostgreSQL server, a real HTTP client, the three web
 # servers that run the interpreter as CGI, ab for the load test of several
 # web nodes, Chromium and Node.js for the browser suite, clang and its
-# sanitizer runtimes for the sanitizer build).
+# sanitizer runtimes and libFuzzer for the sanitizer build and the fuzz
+# targets).
 # The suites and the example start private servers of their own, so the
 # system services these packages bring are not started here.
 set -euo pipefail
@@ -16,7 +17,8 @@ case "${1:-}" in
   ;;
 --test)
   packages+=(libgtest-dev python3 postgresql-15 postgresql-15-orafce curl tzdata procps
-             lighttpd apache2 nginx fcgiwrap apache2-utils chromium clang libclang-rt-dev)
+             lighttpd apache2 nginx fcgiwrap apache2-utils chromium clang libclang-rt-dev
+             libclang-rt-14-dev)
   command -v node >/dev/null || packages+=(nodejs)
   command -v npm >/dev/null || packages+=(npm)
   ;;

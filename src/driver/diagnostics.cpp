@@ -260,6 +260,11 @@ void V_DEBUG(const char *fmt, ...)
         fflush(debug_fp);
 }
 
+void V_hold_errors()
+{
+    err_locked = 1;
+}
+
 int ERRMSG(const char *fmt, ...)
 {
     V_TRACE("ERRMSG: locked= %d :: msgfmt= %s \n", err_locked, fmt);

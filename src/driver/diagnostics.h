@@ -35,6 +35,10 @@ extern int Debug;                      // 0 off, 1 on, 2 on with a flush per lin
 // Ends the request with an error page, after a line in the error log;
 // returns -1 only while an error is already being handled.
 int ERRMSG(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+// Puts the error routine into the state it has while an error page runs:
+// from then on ERRMSG returns -1 at once. For fuzz harnesses that drive one
+// module outside a request, where the first error would end the process.
+void V_hold_errors();
 // Writes one line to standard error, the web server's error log: the local
 // time, the process id, the page and line (from the position hook) and the
 // message, its control characters (line ends included) made blanks.
