@@ -9,8 +9,7 @@
 #include <unistd.h>
 
 struct CloseFile {
-    void operator()(FILE *f) const
-    {
+    void operator()(FILE *f) const {
         int err = errno;
         fclose(f);
         errno = err;
@@ -25,18 +24,15 @@ public:
     explicit Fd(int fd = -1) : fd_(fd) {}
     Fd(const Fd &) = delete;
     Fd &operator=(const Fd &) = delete;
-    ~Fd()
-    {
-        if (fd_ < 0)
-            return;
+    ~Fd() {
+        if (fd_ < 0) return;
         int err = errno;
         close(fd_);
         errno = err;
     }
     int get() const { return fd_; }
     explicit operator bool() const { return fd_ >= 0; }
-    int release()
-    {
+    int release() {
         int fd = fd_;
         fd_ = -1;
         return fd;

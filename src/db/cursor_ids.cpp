@@ -13,11 +13,14 @@
 namespace {
 
 char cid[V_MAX_CURSORS][10];
-int cid_free[V_MAX_CURSORS] = {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1};   // -1 never used, 0 in use, 1 released
+int cid_free[V_MAX_CURSORS] = {-1, -1, -1, -1, -1,
+                               -1, -1, -1, -1, -1};   // -1 never used, 0 in use, 1 released
 char base_name[1024];
 const char *base;   // the open session's database name, null before the first request
 
-const char *non_empty(const char *s) { return s && *s ? s : nullptr; }
+const char *non_empty(const char *s) {
+    return s && *s ? s : nullptr;
+}
 
 int open_session() {
     const char *name = non_empty(V_get_value("V_BASE"));
@@ -43,7 +46,7 @@ int open_session() {
     return 0;
 }
 
-}  // namespace
+}   // namespace
 
 const char *V_get_cid() {
     if (!base && open_session() < 0) return nullptr;
@@ -79,4 +82,6 @@ void V_free_all() {
     base = nullptr;
 }
 
-const char *V_get_base() { return base; }
+const char *V_get_base() {
+    return base;
+}

@@ -15,11 +15,11 @@ struct V_ENGINE {
     // name (PostgreSQL); user and password may be null.
     int (*connect)(const char *target, const char *user, const char *passwd);
     void (*disconnect)();
-    int (*exec)(const char *sql);                       // one statement, rows discarded
-    void *(*prepare)(const char *sql, int *ncols);       // a query ready to step
-    int (*step)(void *st);                               // 0 row, 1 no more rows, -1 error
+    int (*exec)(const char *sql);                    // one statement, rows discarded
+    void *(*prepare)(const char *sql, int *ncols);   // a query ready to step
+    int (*step)(void *st);                           // 0 row, 1 no more rows, -1 error
     const char *(*column_name)(void *st, int i);
-    const char *(*column)(void *st, int i, int *len);    // null for NULL
+    const char *(*column)(void *st, int i, int *len);   // null for NULL
     void (*finish)(void *st);
     int (*begin)();
     int (*commit)();

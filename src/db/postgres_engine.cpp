@@ -11,16 +11,20 @@ namespace {
 
 struct pg_stmt_t {
     PGresult *res;
-    int row;             // the row the last step stood on, -1 before the first
+    int row;   // the row the last step stood on, -1 before the first
     int nrows;
 };
 
 PGconn *conn;
 char err[512];
 
-void set_error(const char *msg) { V_engine_error(err, sizeof err, msg); }
+void set_error(const char *msg) {
+    V_engine_error(err, sizeof err, msg);
+}
 
-void set_conn_error() { set_error(conn ? PQerrorMessage(conn) : "not connected to a database"); }
+void set_conn_error() {
+    set_error(conn ? PQerrorMessage(conn) : "not connected to a database");
+}
 
 void set_result_error(const PGresult *res) {
     const char *msg = res ? PQresultErrorMessage(res) : "";
@@ -32,7 +36,9 @@ void set_result_error(const PGresult *res) {
 }
 
 // Server notices would otherwise go to stderr, which is the web server's log.
-void notice(void *, const char *message) { V_TRACE("postgres notice: %s", message); }
+void notice(void *, const char *message) {
+    V_TRACE("postgres notice: %s", message);
+}
 
 // One statement through the extended protocol, which refuses a second one.
 PGresult *run(const char *sql) {
@@ -153,7 +159,9 @@ void pg_finish(void *p) {
     free(st);
 }
 
-int pg_begin() { return pg_exec("BEGIN"); }
+int pg_begin() {
+    return pg_exec("BEGIN");
+}
 
 // A transaction the server has marked failed would only roll back on COMMIT;
 // say so instead of reporting success.
@@ -166,7 +174,9 @@ int pg_commit() {
     return pg_exec("COMMIT");
 }
 
-int pg_rollback() { return pg_exec("ROLLBACK"); }
+int pg_rollback() {
+    return pg_exec("ROLLBACK");
+}
 
 int pg_in_transaction() {
     if (!conn) return 0;
@@ -174,12 +184,14 @@ int pg_in_transaction() {
     return s == PQTRANS_INTRANS || s == PQTRANS_INERROR || s == PQTRANS_ACTIVE;
 }
 
-const char *pg_errmsg() { return err; }
+const char *pg_errmsg() {
+    return err;
+}
 
-}  // namespace
+}   // namespace
 
 const V_ENGINE V_postgres_engine = {
-    "postgres",  1, pg_connect, pg_disconnect, pg_exec,     pg_prepare,        pg_step,
-    pg_column_name, pg_column, pg_finish,   pg_begin,    pg_commit,         pg_rollback,
-    pg_in_transaction, pg_errmsg,
+    "postgres", 1,         pg_connect,     pg_disconnect,     pg_exec,
+    pg_prepare, pg_step,   pg_column_name, pg_column,         pg_finish,
+    pg_begin,   pg_commit, pg_rollback,    pg_in_transaction, pg_errmsg,
 };

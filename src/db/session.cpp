@@ -21,13 +21,17 @@ char errbuf[512];         // message of the last failure, kept across cleanup st
 
 constexpr int PATH_SIZE = 4096;
 
-void set_error(const char *msg) { V_engine_error(errbuf, sizeof errbuf, msg); }
+void set_error(const char *msg) {
+    V_engine_error(errbuf, sizeof errbuf, msg);
+}
 
 void keep_engine_error() {
     if (engine) set_error(engine->errmsg());
 }
 
-bool has_prefix(const char *s, const char *prefix) { return strncmp(s, prefix, strlen(prefix)) == 0; }
+bool has_prefix(const char *s, const char *prefix) {
+    return strncmp(s, prefix, strlen(prefix)) == 0;
+}
 
 // Oracle runs the text up to its last ";": a trailing one is not part of
 // the statement. Cutting at the last one wherever it stands is kept so.
@@ -145,15 +149,17 @@ int statement_kind(const char *sql) {
     static const char *const commit_words[] = {"commit", "end", nullptr};
     static const char *const rollback_words[] = {"rollback", "abort", nullptr};
     static const char *const tail_words[] = {"work", "transaction", nullptr};
-    static const char *const begin_tail[] = {"work", "transaction", "deferred", "immediate", "exclusive",
-                                             nullptr};
+    static const char *const begin_tail[] = {"work",      "transaction", "deferred",
+                                             "immediate", "exclusive",   nullptr};
     if (*p) n = 4;   // a fourth word: no transaction word has one
     bool short_form = n == 1 || (n == 2 && word_in(w[1], tail_words));
     if (word_in(w[0], commit_words) && short_form) return STMT_COMMIT;
     if (word_in(w[0], rollback_words) && short_form) return STMT_ROLLBACK;
-    if (strcmp(w[0], "begin") == 0 && (n == 1 || (n == 2 && word_in(w[1], begin_tail)))) return STMT_BEGIN;
+    if (strcmp(w[0], "begin") == 0 && (n == 1 || (n == 2 && word_in(w[1], begin_tail))))
+        return STMT_BEGIN;
     if (strcmp(w[0], "start") == 0 && n == 2 && strcmp(w[1], "transaction") == 0) return STMT_BEGIN;
-    if (strcmp(w[0], "savepoint") == 0 || strcmp(w[0], "release") == 0 || strcmp(w[0], "rollback") == 0)
+    if (strcmp(w[0], "savepoint") == 0 || strcmp(w[0], "release") == 0 ||
+        strcmp(w[0], "rollback") == 0)
         return STMT_UNGUARDED;
     return STMT_PLAIN;
 }
@@ -169,14 +175,9 @@ int run_statement(const char *sql) {
     }
     int rc = 0;
     switch (statement_kind(sql)) {
-    case STMT_BEGIN:
-        return begin_work();
-    case STMT_COMMIT:
-        rc = engine->in_transaction() ? engine->commit() : 0;
-        break;
-    case STMT_ROLLBACK:
-        rc = engine->in_transaction() ? engine->rollback() : 0;
-        break;
+    case STMT_BEGIN: return begin_work();
+    case STMT_COMMIT: rc = engine->in_transaction() ? engine->commit() : 0; break;
+    case STMT_ROLLBACK: rc = engine->in_transaction() ? engine->rollback() : 0; break;
     case STMT_UNGUARDED:
         if (begin_work() < 0) return -1;
         rc = engine->exec(sql);
@@ -250,7 +251,8 @@ int select_open(int slot, const char *cid, char *query) {
     if (ncols > V_MAX_COLUMNS) {
         V_TRACE("### Too many select-list items (%d), maximum is %d\n", ncols, V_MAX_COLUMNS);
         char msg[100];
-        snprintf(msg, sizeof msg, "too many select-list items (%d), maximum is %d", ncols, V_MAX_COLUMNS);
+        snprintf(msg, sizeof msg, "too many select-list items (%d), maximum is %d", ncols,
+                 V_MAX_COLUMNS);
         set_error(msg);
         engine->finish(st);
         V_heap_free(hp);
@@ -308,7 +310,7 @@ int select_fetch(int slot, V_heap *dalloc, int *numb, V_val *val) {
     return 0;
 }
 
-}  // namespace
+}   // namespace
 
 void V_engine_error(char *dst, int size, const char *msg) {
     if (!msg) msg = "";
@@ -316,9 +318,13 @@ void V_engine_error(char *dst, int size, const char *msg) {
     snprintf(dst, static_cast<size_t>(size), "%.*s", len, msg);
 }
 
-const char *V_db_errmsg() { return errbuf; }
+const char *V_db_errmsg() {
+    return errbuf;
+}
 
-const V_ENGINE *V_db_engine() { return engine; }
+const V_ENGINE *V_db_engine() {
+    return engine;
+}
 
 int V_database(const char *dbname, const char *user, const char *passwd) {
     if (!dbname) dbname = "-";
@@ -393,8 +399,7 @@ int V_select_sql(int cmd, const char *cid, char *query, V_heap *dalloc, int *num
         return -1;
     }
     switch (cmd) {
-    case V_SQL_OPEN:
-        return select_open(slot, cid ? cid : "", query);
+    case V_SQL_OPEN: return select_open(slot, cid ? cid : "", query);
     case V_SQL_FETCH:
         if (!numb || !val) return -1;
         return select_fetch(slot, dalloc, numb, val);
@@ -402,7 +407,6 @@ int V_select_sql(int cmd, const char *cid, char *query, V_heap *dalloc, int *num
         if (!v_CUR[slot].sp) return -1;
         release_slot(&v_CUR[slot]);
         return 0;
-    default:
-        return -1;
+    default: return -1;
     }
 }

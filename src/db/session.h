@@ -8,7 +8,7 @@ struct V_ENGINE;
 struct V_val {
     char *name;
     char *value;
-    int len;         // -1 for NULL
+    int len;   // -1 for NULL
 };
 
 constexpr int V_MAX_CURSORS = 10;
@@ -19,9 +19,9 @@ enum { V_SQL_OPEN = 0, V_SQL_FETCH = 1, V_SQL_CLOSE = 2 };
 
 // One cursor slot: free while sp is null.
 struct V_CURSOR {
-    void *sp;                        // the engine's open query
-    V_heap *hp;                      // column names of the open query
-    char cid[10];                    // the cursor id that owns the slot
+    void *sp;       // the engine's open query
+    V_heap *hp;     // column names of the open query
+    char cid[10];   // the cursor id that owns the slot
     char *names[V_MAX_COLUMNS];
     int ncols;
 };
@@ -32,8 +32,7 @@ int V_database(const char *dbname, const char *user, const char *passwd);
 void V_finish();
 int V_noselect_sql(char *query, int *numb, V_val *val);
 int get_cursor(const char *cid);
-int V_select_sql(int cmd, const char *cid, char *query, V_heap *dalloc,
-                 int *numb, V_val *val);
+int V_select_sql(int cmd, const char *cid, char *query, V_heap *dalloc, int *numb, V_val *val);
 
 // The message of the last failed database operation (one line, no prefix).
 const char *V_db_errmsg();

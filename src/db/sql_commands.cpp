@@ -41,10 +41,14 @@ void first_word(const char *query, char word[25]) {
     for (char *p = word; *p; p++) *p = static_cast<char>(tolower(static_cast<unsigned char>(*p)));
 }
 
-bool starts_with(const char *word, const char *prefix) { return strncmp(word, prefix, strlen(prefix)) == 0; }
+bool starts_with(const char *word, const char *prefix) {
+    return strncmp(word, prefix, strlen(prefix)) == 0;
+}
 
 // The engine's message as pages see it: 70 characters and a line feed.
-void sql_error(char *msg, int size) { snprintf(msg, static_cast<size_t>(size), "%.70s\n", V_db_errmsg()); }
+void sql_error(char *msg, int size) {
+    snprintf(msg, static_cast<size_t>(size), "%.70s\n", V_db_errmsg());
+}
 
 void call_trap() {
     if (!V_sqlFUNC || in_trap) return;
@@ -73,8 +77,8 @@ void query_failed(const char *query) {
         ERRMSG("### DATABASE Query ERROR: QUERY: %s ; ### ERRMSG: %s ", query, msg);
         return;   // only while an error page runs
     }
-    snprintf(V_ERRMSG, V_ERRMSG_SIZE, "### DATABASE Query ERROR: QUERY: %.200s ; ### ERRMSG: %.200s ", query,
-             msg);
+    snprintf(V_ERRMSG, V_ERRMSG_SIZE,
+             "### DATABASE Query ERROR: QUERY: %.200s ; ### ERRMSG: %.200s ", query, msg);
     log_trapped();
     call_trap();
 }
@@ -102,8 +106,10 @@ void fold_name(char *name) {
 // Appends name to the ";"-separated list, dropping what does not fit.
 void add_name(char *list, const char *name) {
     size_t used = strlen(list);
-    if (used) snprintf(list + used, V_LINE_MAX - used, ";%s", name);
-    else snprintf(list, V_LINE_MAX, "%s", name);
+    if (used)
+        snprintf(list + used, V_LINE_MAX - used, ";%s", name);
+    else
+        snprintf(list, V_LINE_MAX, "%s", name);
 }
 
 // Stores one fetched row as variables; the first row also names the columns.
@@ -167,8 +173,8 @@ int V_sqlline(char *query) {
         V_free_all();
         return 0;
     }
-    if (!V_sqlTRANS &&
-        (starts_with(word, "begin") || starts_with(word, "commit") || starts_with(word, "rollback")))
+    if (!V_sqlTRANS && (starts_with(word, "begin") || starts_with(word, "commit") ||
+                        starts_with(word, "rollback")))
         return -1;
     int numb = 0;
     if (V_noselect_sql(query, &numb, nullptr) == 0) return 0;
@@ -197,7 +203,7 @@ void run_select(V_FILE *fp, const char *cid, char *query, int compile) {
 constexpr Entry QUERY_ENTRY = {.form = ENTRY_BRACES_NARROW};
 constexpr Entry MODE_ENTRY = {.form = ENTRY_BUFF};
 
-}  // namespace
+}   // namespace
 
 int V_sql(V_FILE *fp, char *buff, int compile, int ignore) {
     char query[V_LINE_MAX];

@@ -11,15 +11,19 @@ namespace {
 
 struct sqlite_stmt_t {
     sqlite3_stmt *stmt;
-    int done;            // a finished statement must not be stepped again: it would restart
+    int done;   // a finished statement must not be stepped again: it would restart
 };
 
 sqlite3 *db;
 char err[512];
 
-void set_error(const char *msg) { V_engine_error(err, sizeof err, msg); }
+void set_error(const char *msg) {
+    V_engine_error(err, sizeof err, msg);
+}
 
-void set_db_error() { set_error(db ? sqlite3_errmsg(db) : "not connected to a database"); }
+void set_db_error() {
+    set_error(db ? sqlite3_errmsg(db) : "not connected to a database");
+}
 
 // Compiles the one statement of sql; text after it other than blanks and
 // comments is refused, so a page never runs more than it shows.
@@ -57,7 +61,8 @@ int sq_connect(const char *target, const char *, const char *) {
     int rc = sqlite3_open_v2(target, &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     if (rc != SQLITE_OK) {
         char msg[600];
-        snprintf(msg, sizeof msg, "%s: %s", handle ? sqlite3_errmsg(handle) : "out of memory", target);
+        snprintf(msg, sizeof msg, "%s: %s", handle ? sqlite3_errmsg(handle) : "out of memory",
+                 target);
         set_error(msg);
         sqlite3_close_v2(handle);
         return -1;
@@ -78,8 +83,7 @@ int sq_exec(const char *sql) {
     sqlite3_stmt *stmt = compile(sql);
     if (!stmt) return -1;
     int rc;
-    while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
-    }
+    while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {}
     if (rc != SQLITE_DONE) {
         set_db_error();
         sqlite3_finalize(stmt);
@@ -141,16 +145,26 @@ void sq_finish(void *p) {
     free(st);
 }
 
-int sq_begin() { return sq_exec("BEGIN"); }
-int sq_commit() { return sq_exec("COMMIT"); }
-int sq_rollback() { return sq_exec("ROLLBACK"); }
-int sq_in_transaction() { return db && !sqlite3_get_autocommit(db); }
-const char *sq_errmsg() { return err; }
+int sq_begin() {
+    return sq_exec("BEGIN");
+}
+int sq_commit() {
+    return sq_exec("COMMIT");
+}
+int sq_rollback() {
+    return sq_exec("ROLLBACK");
+}
+int sq_in_transaction() {
+    return db && !sqlite3_get_autocommit(db);
+}
+const char *sq_errmsg() {
+    return err;
+}
 
-}  // namespace
+}   // namespace
 
 const V_ENGINE V_sqlite_engine = {
-    "sqlite",    0, sq_connect, sq_disconnect, sq_exec,     sq_prepare,        sq_step,
-    sq_column_name, sq_column, sq_finish,   sq_begin,    sq_commit,         sq_rollback,
-    sq_in_transaction, sq_errmsg,
+    "sqlite",   0,         sq_connect,     sq_disconnect,     sq_exec,
+    sq_prepare, sq_step,   sq_column_name, sq_column,         sq_finish,
+    sq_begin,   sq_commit, sq_rollback,    sq_in_transaction, sq_errmsg,
 };

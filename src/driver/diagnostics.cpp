@@ -26,43 +26,38 @@ int err_locked;
 
 // The defaults serve until the driver installs its hooks: an error goes to
 // standard error, and nothing is cleaned up before the exit.
-void error_to_stderr(const char *message)
-{
+void error_to_stderr(const char *message) {
     fprintf(stderr, "ERROR: %s\n", message);
 }
 
 void nothing_before_exit() {}
 
-FILE *standard_output()
-{
+FILE *standard_output() {
     return stdout;
 }
 
 void no_heap_figures(FILE *) {}
 
-int nowhere(const char **page, const char **file)
-{
+int nowhere(const char **page, const char **file) {
     *page = nullptr;
     *file = nullptr;
     return 0;
 }
 
-V_DIAG_HOOKS hooks = {error_to_stderr, nothing_before_exit, standard_output,
-                      no_heap_figures, nowhere};
+V_DIAG_HOOKS hooks = {error_to_stderr, nothing_before_exit, standard_output, no_heap_figures,
+                      nowhere};
 
 constexpr int NAME_ROOM = 400;                   // of a page or file name in a log line
 constexpr int LOG_LINE = V_ERRMSG_SIZE + 1024;   // a message and where it came from
 
 // The log is read line by line, and a message can carry a visitor's bytes:
 // no control character may start a line of its own or move a terminal.
-void blank_controls(char *text)
-{
+void blank_controls(char *text) {
     for (unsigned char *p = (unsigned char *)text; *p; p++)
-        if (*p < 0x20 || *p == 0x7f)
-            *p = ' ';
+        if (*p < 0x20 || *p == 0x7f) *p = ' ';
 }
 
-FILE *trace_fp;       // log file of Trace 2 and 3
+FILE *trace_fp;   // log file of Trace 2 and 3
 int trace_ready;
 FILE *debug_fp;
 int debug_ready;
@@ -74,25 +69,21 @@ long tm_start;
 long tm_prev_sec;
 long tm_prev_usec;
 
-int home_file_exists(const char *name)
-{
+int home_file_exists(const char *name) {
     char path[1024];
     int n = snprintf(path, sizeof path, "%s/%s", V_HOME, name);
-    if (n < 0 || n >= (int)sizeof path)
-        return 0;
+    if (n < 0 || n >= (int)sizeof path) return 0;
     return access(path, F_OK) == 0;
 }
 
 // Opens the trace or debug file name.PID in the temporary directory. A name
 // held by a link or by a file not ours alone is refused with one line in the
 // web server's log, naming the file as `what`; errno is kept for the caller.
-FILE *open_tmp_file(const char *what, const char *name, TmpOpen how)
-{
+FILE *open_tmp_file(const char *what, const char *name, TmpOpen how) {
     char path[1024];
-    int n = snprintf(path, sizeof path, "%s/%s.%d", TMP_DIR ? TMP_DIR : "/tmp", name,
-                     (int)getpid());
-    if (n < 0 || n >= (int)sizeof path)
-        return nullptr;
+    int n =
+        snprintf(path, sizeof path, "%s/%s.%d", TMP_DIR ? TMP_DIR : "/tmp", name, (int)getpid());
+    if (n < 0 || n >= (int)sizeof path) return nullptr;
     FILE *f = V_open_tmp(path, how);
     if (!f && V_tmp_refused(errno)) {
         int err = errno;
@@ -103,38 +94,30 @@ FILE *open_tmp_file(const char *what, const char *name, TmpOpen how)
 }
 
 // Later markers override earlier ones, so V_LOG3 beats V_LOG beats V_TRACE.
-void trace_setup()
-{
+void trace_setup() {
     trace_ready = 1;
-    if (home_file_exists("V_TRACE") || Trace == 1)
-        Trace = 1;
+    if (home_file_exists("V_TRACE") || Trace == 1) Trace = 1;
     if (home_file_exists("V_LOG") || Trace == 2) {
         trace_fp = open_tmp_file("trace file", "V_LOG", TmpOpen::Truncate);
         Trace = 2;
     }
     if (home_file_exists("V_LOG3") || Trace == 3) {
-        if (trace_fp)
-            fclose(trace_fp);
+        if (trace_fp) fclose(trace_fp);
         trace_fp = open_tmp_file("trace file", "V_LOG3", TmpOpen::Truncate);
         Trace = 3;
     }
 }
 
-void debug_setup()
-{
-    if (!V_HOME)
-        return;
+void debug_setup() {
+    if (!V_HOME) return;
     debug_ready = 1;
-    if (home_file_exists("V_DEBUG"))
-        Debug = 1;
-    if (home_file_exists("V_DEBUG2"))
-        Debug = 2;
+    if (home_file_exists("V_DEBUG")) Debug = 1;
+    if (home_file_exists("V_DEBUG2")) Debug = 2;
 }
 
-}  // namespace
+}   // namespace
 
-void V_set_diag_hooks(const V_DIAG_HOOKS &installed)
-{
+void V_set_diag_hooks(const V_DIAG_HOOKS &installed) {
     hooks.error_page = installed.error_page ? installed.error_page : error_to_stderr;
     hooks.before_exit = installed.before_exit ? installed.before_exit : nothing_before_exit;
     hooks.page_out = installed.page_out ? installed.page_out : standard_output;
@@ -145,21 +128,18 @@ void V_set_diag_hooks(const V_DIAG_HOOKS &installed)
 // "2025-06-01 10:00:00 vorn[812]: PAGE:LINE: message" when the line is the
 // page's own, "PAGE: FILE:LINE: message" when it is in another file (an
 // include, a function defined there), "PAGE: message" before any line ran.
-void V_log_error(const char *message)
-{
+void V_log_error(const char *message) {
     char line[LOG_LINE];
     int used = 0;
     // each piece is cut at the end of the line buffer, never past it
     auto add = [&](const char *fmt, auto... args) {
         int n = snprintf(line + used, sizeof line - used, fmt, args...);
-        if (n > 0)
-            used = std::min(used + n, (int)sizeof line - 1);
+        if (n > 0) used = std::min(used + n, (int)sizeof line - 1);
     };
     time_t now = time(nullptr);
     struct tm local;
     char stamp[32] = "";
-    if (localtime_r(&now, &local))
-        strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
+    if (localtime_r(&now, &local)) strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
     add("%s vorn[%d]: ", stamp, (int)getpid());
     const char *page = nullptr, *file = nullptr;
     int at = hooks.position(&page, &file);
@@ -173,20 +153,16 @@ void V_log_error(const char *message)
     else if (file && at)
         add("%.*s:%d: ", NAME_ROOM, file, at);
     // messages often start with a blank and end in a blank and a line end
-    if (!message)
-        message = "";
-    while (*message && (unsigned char)*message <= ' ')
-        message++;
+    if (!message) message = "";
+    while (*message && (unsigned char)*message <= ' ') message++;
     add("%s", message);
     blank_controls(line);
-    while (used && line[used - 1] == ' ')
-        line[--used] = 0;
+    while (used && line[used - 1] == ' ') line[--used] = 0;
     fprintf(stderr, "%s\n", line);
     fflush(stderr);
 }
 
-void PrintTM(FILE *fp)
-{
+void PrintTM(FILE *fp) {
     struct timeval now;
     gettimeofday(&now, nullptr);
     if (!tm_ready) {
@@ -203,40 +179,29 @@ void PrintTM(FILE *fp)
     tm_prev_usec = now.tv_usec;
 }
 
-int V_TRACE(const char *fmt, ...)
-{
+int V_TRACE(const char *fmt, ...) {
     // The hot path: every module traces freely, so "off" must stay cheap.
-    if (trace_ready && !Trace)
-        return 0;
-    if (!V_HOME)
-        return -1;
-    if (!trace_ready)
-        trace_setup();
-    if (!Trace)
-        return 0;
+    if (trace_ready && !Trace) return 0;
+    if (!V_HOME) return -1;
+    if (!trace_ready) trace_setup();
+    if (!Trace) return 0;
 
     FILE *fp = Trace == 1 ? hooks.page_out() : trace_fp;
-    if (!fp)
-        return 0;
-    if (Trace == 1)
-        fputs("<hr><h3><pre>", fp);
+    if (!fp) return 0;
+    if (Trace == 1) fputs("<hr><h3><pre>", fp);
     PrintTM(fp);
     va_list ap;
     va_start(ap, fmt);
     vfprintf(fp, fmt, ap);
     va_end(ap);
-    if (Trace == 1)
-        fputs("</pre></h3><hr>\n", fp);
+    if (Trace == 1) fputs("</pre></h3><hr>\n", fp);
     fflush(fp);
-    if (Trace == 3)
-        hooks.heap_figures(fp);
+    if (Trace == 3) hooks.heap_figures(fp);
     return 0;
 }
 
-void V_DEBUG(const char *fmt, ...)
-{
-    if (!debug_ready)
-        debug_setup();
+void V_DEBUG(const char *fmt, ...) {
+    if (!debug_ready) debug_setup();
     if (!Debug) {
         if (debug_fp) {
             fclose(debug_fp);
@@ -249,28 +214,23 @@ void V_DEBUG(const char *fmt, ...)
         // a refused name is reported once, not on every line
         debug_refused = !debug_fp && V_tmp_refused(errno);
     }
-    if (!debug_fp)
-        return;
+    if (!debug_fp) return;
     PrintTM(debug_fp);
     va_list ap;
     va_start(ap, fmt);
     vfprintf(debug_fp, fmt, ap);
     va_end(ap);
-    if (Debug > 1)
-        fflush(debug_fp);
+    if (Debug > 1) fflush(debug_fp);
 }
 
-void V_hold_errors()
-{
+void V_hold_errors() {
     err_locked = 1;
 }
 
-int ERRMSG(const char *fmt, ...)
-{
+int ERRMSG(const char *fmt, ...) {
     V_TRACE("ERRMSG: locked= %d :: msgfmt= %s \n", err_locked, fmt);
     // An error inside the error page is dropped; the caller carries on.
-    if (err_locked)
-        return -1;
+    if (err_locked) return -1;
     err_locked = 1;
 
     va_list ap;
@@ -283,8 +243,7 @@ int ERRMSG(const char *fmt, ...)
     V_exit(-2);
 }
 
-void V_exit(int code)
-{
+void V_exit(int code) {
     V_TRACE("V_exit( %d );", code);
     hooks.before_exit();
     V_TRACE("V_exit: exit...");

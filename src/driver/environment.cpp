@@ -44,16 +44,13 @@ char pid_text[PID_SIZE];
 constexpr const char *DEFAULT_PAGE_SUFFIXES = ".html .htm";
 constexpr const char *ALWAYS_PAGES[] = {"v.page", "v.error"};
 
-bool ends_with(std::string_view text, std::string_view tail)
-{
+bool ends_with(std::string_view text, std::string_view tail) {
     return text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail;
 }
 
-int env_store(const char *setting)
-{
+int env_store(const char *setting) {
     int len = (int)strlen(setting);
-    if (len + 1 > ENV_BUFFER - env_used)
-        return -1;
+    if (len + 1 > ENV_BUFFER - env_used) return -1;
     char *slot = env_buffer + env_used;
     memcpy(slot, setting, len + 1);
     env_used += len + 1;
@@ -61,26 +58,22 @@ int env_store(const char *setting)
     return 0;
 }
 
-int file_exists(const char *dir, const char *name)
-{
+int file_exists(const char *dir, const char *name) {
     char path[1024];
     int n = snprintf(path, sizeof path, "%s/%s", dir, name);
     return n > 0 && n < (int)sizeof path && access(path, F_OK) == 0;
 }
 
-int is_regular(const char *path)
-{
+int is_regular(const char *path) {
     struct stat st;
     return stat(path, &st) == 0 && S_ISREG(st.st_mode);
 }
 
-char *keep(const char *text)
-{
+char *keep(const char *text) {
     return strdup(text ? text : "");
 }
 
-void find_home()
-{
+void find_home() {
     const char *home = getenv("V_HOME");
     if (home) {
         V_HOME = keep(home);
@@ -96,28 +89,22 @@ void find_home()
     V_HOME = keep(".");
 }
 
-void load_env_file()
-{
+void load_env_file() {
     char path[1024];
     int n = snprintf(path, sizeof path, "%s/v.env", V_HOME);
-    if (n < 0 || n >= (int)sizeof path)
-        return;
+    if (n < 0 || n >= (int)sizeof path) return;
     File fp(fopen(path, "r"));
-    if (!fp)
-        return;
+    if (!fp) return;
     char line[ENV_LINE];
     while (fgets(line, sizeof line, fp.get())) {
-        if (line[0] == '#' || !strchr(line, '='))
-            continue;
+        if (line[0] == '#' || !strchr(line, '=')) continue;
         size_t len = strlen(line);
-        if (len && line[len - 1] == '\n')
-            line[len - 1] = 0;
+        if (len && line[len - 1] == '\n') line[len - 1] = 0;
         env_store(line);   // a line that no longer fits is skipped
     }
 }
 
-void host_key(char *key, int size)
-{
+void host_key(char *key, int size) {
     const char *host = getenv("HTTP_HOST");
     if (host) {
         snprintf(key, size, strchr(host, ':') ? "%s" : "%s:80", host);
@@ -130,8 +117,7 @@ void host_key(char *key, int size)
 
 // Fills site_root, base_name and hold from the first line for key; each
 // word is scanned into a line-sized buffer and cut to its own field after.
-void read_config(const char *key, int *hold)
-{
+void read_config(const char *key, int *hold) {
     char path[1024];
     snprintf(path, sizeof path, "%s/v.config", V_HOME);
     site_root[0] = 0;
@@ -143,28 +129,24 @@ void read_config(const char *key, int *hold)
             ERRMSG("Cannot open V_HOME config file: %s", path);
             return;
         }
-        if (!getcwd(site_root, sizeof site_root))
-            snprintf(site_root, sizeof site_root, ".");
+        if (!getcwd(site_root, sizeof site_root)) snprintf(site_root, sizeof site_root, ".");
         return;
     }
     char line[CONFIG_LINE];
     while (fgets(line, sizeof line, fp.get())) {
-        char w1[CONFIG_LINE] = "", w2[CONFIG_LINE] = "", w3[CONFIG_LINE] = "",
-             w4[CONFIG_LINE] = "";
+        char w1[CONFIG_LINE] = "", w2[CONFIG_LINE] = "", w3[CONFIG_LINE] = "", w4[CONFIG_LINE] = "";
         sscanf(line, "%99s %99s %99s %99s", w1, w2, w3, w4);
         V_copy_cut(site_root, w2, (int)sizeof site_root);
         V_copy_cut(base_name, w3, (int)sizeof base_name);
         *hold = !strcmp(w4, "hold");
-        if (!strcmp(w1, key))
-            break;
+        if (!strcmp(w1, key)) break;
         site_root[0] = 0;
         base_name[0] = 0;
         *hold = 0;
     }
 }
 
-void put_fixed_values(const char *prog)
-{
+void put_fixed_values(const char *prog) {
     V_put_value("V_ROOT", site_root, 1, 0);
     V_put_value("V_HOME", V_HOME, 1, 0);
     snprintf(pid_text, sizeof pid_text, "%d", (int)getpid());
@@ -173,8 +155,7 @@ void put_fixed_values(const char *prog)
     V_put_value("V_PROG", slash ? slash + 1 : prog, 1, 0);
 }
 
-void form_to_variables()
-{
+void form_to_variables() {
     for (int i = 0; i < V_ENT_MAX && ent[i].name; i++) {
         if (ent[i].val && ent[i].val[0] && V_request_may_set(ent[i].name))
             V_add_value(ent[i].name, ent[i].val);
@@ -183,17 +164,14 @@ void form_to_variables()
 
 // The globals keep their own copies, so a page that later assigns the
 // variables cannot pull the text from under them.
-char *checked_value(const char *root, const char *name, bool pages_only)
-{
-    if (!V_get_user(name))
-        return nullptr;
+char *checked_value(const char *root, const char *name, bool pages_only) {
+    if (!V_get_user(name)) return nullptr;
     V_check_name(root, name, pages_only);
     char *value = V_get_value(name);
     return value ? keep(value) : nullptr;
 }
 
-void collapse_slashes(char *path)
-{
+void collapse_slashes(char *path) {
     for (int changed = 1; changed;) {
         changed = 0;
         char *p;
@@ -210,61 +188,50 @@ void collapse_slashes(char *path)
 
 // A value lies under root only when root is followed by a "/" or ends the
 // value: "/site2/x" is not under "/site".
-int under_root(const char *root, const char *value)
-{
+int under_root(const char *root, const char *value) {
     size_t n = strlen(root);
-    if (strncmp(value, root, n))
-        return 0;
+    if (strncmp(value, root, n)) return 0;
     return n == 0 || root[n - 1] == '/' || value[n] == '/' || value[n] == 0;
 }
 
-int climbs_out(const char *rest)
-{
+int climbs_out(const char *rest) {
     int depth = 0;
     while (*rest) {
         const char *end = strchr(rest, '/');
         size_t len = end ? (size_t)(end - rest) : strlen(rest);
         if (len == 2 && !strncmp(rest, "..", 2)) {
-            if (--depth < 0)
-                return 1;
+            if (--depth < 0) return 1;
         } else if (len && !(len == 1 && rest[0] == '.')) {
             depth++;
         }
         rest += len;
-        if (*rest == '/')
-            rest++;
+        if (*rest == '/') rest++;
     }
     return 0;
 }
 
-}  // namespace
+}   // namespace
 
-bool V_serving_request()
-{
+bool V_serving_request() {
     return getenv("REQUEST_METHOD") != nullptr;
 }
 
 // The database login belongs to the site (v.env, v.config, the page): a
 // visitor who could send V_USER and V_PASSWD would choose the role the
 // page runs under. VORN_REQUEST_LOGIN=on lets a site take them from forms.
-bool V_request_may_set(const char *name)
-{
-    if (strcmp(name, "V_USER") && strcmp(name, "V_PASSWD"))
-        return true;
+bool V_request_may_set(const char *name) {
+    if (strcmp(name, "V_USER") && strcmp(name, "V_PASSWD")) return true;
     const char *setting = getenv("VORN_REQUEST_LOGIN");
-    if (setting && !strcmp(setting, "on"))
-        return true;
+    if (setting && !strcmp(setting, "on")) return true;
     V_TRACE("V_values: request value of %s dropped\n", name);
     return false;
 }
 
-void V_env()
-{
+void V_env() {
     // A "Proxy:" request header reaches a CGI program as HTTP_PROXY, where
     // it would send the requests of every command a page starts through the
     // visitor's proxy. It goes before v.env, which may set the site's own.
-    if (getenv("REQUEST_METHOD"))
-        unsetenv("HTTP_PROXY");
+    if (getenv("REQUEST_METHOD")) unsetenv("HTTP_PROXY");
     // V_HOME is settled before v.env, which therefore cannot move it.
     find_home();
     load_env_file();
@@ -277,8 +244,7 @@ void V_env()
     env_store("TMP_DIR=/tmp");
 }
 
-void V_values(const char *prog)
-{
+void V_values(const char *prog) {
     V_TRACE("V_values: entry \n");
     char key[256];
     host_key(key, sizeof key);
@@ -294,8 +260,7 @@ void V_values(const char *prog)
     }
 
     put_fixed_values(prog);
-    if (!base_name[0])
-        snprintf(base_name, sizeof base_name, "Vorn");
+    if (!base_name[0]) snprintf(base_name, sizeof base_name, "Vorn");
     V_BASE = base_name;
     V_put_value("V_BASE", V_BASE, V_BASE_hold, 0);
     V_TRACE("==> Server: %s  Root: %s   Base: %s   Hold: %d \n", key, site_root, V_BASE,
@@ -315,61 +280,49 @@ void V_values(const char *prog)
     }
 }
 
-int V_confine_path(const char *root, const char *value, char *out, int size)
-{
+int V_confine_path(const char *root, const char *value, char *out, int size) {
     int n = under_root(root, value) ? snprintf(out, size, "%s", value)
                                     : snprintf(out, size, "%s/%s", root, value);
-    if (n < 0 || n >= size)
-        return -1;
+    if (n < 0 || n >= size) return -1;
     collapse_slashes(out);
 
     char clean_root[CHECK_SIZE];
     n = snprintf(clean_root, sizeof clean_root, "%s", root);
-    if (n < 0 || n >= (int)sizeof clean_root)
-        return -1;
+    if (n < 0 || n >= (int)sizeof clean_root) return -1;
     collapse_slashes(clean_root);
     size_t root_len = strlen(clean_root);
-    if (strncmp(out, clean_root, root_len))
-        return -1;
+    if (strncmp(out, clean_root, root_len)) return -1;
     return climbs_out(out + root_len) ? -1 : 0;
 }
 
-bool V_is_page_name(const char *path)
-{
+bool V_is_page_name(const char *path) {
     std::string_view name = path;
     size_t slash = name.rfind('/');
-    if (slash != std::string_view::npos)
-        name = name.substr(slash + 1);
+    if (slash != std::string_view::npos) name = name.substr(slash + 1);
     for (const char *page : ALWAYS_PAGES) {
-        if (name == page)
-            return true;
+        if (name == page) return true;
     }
     const char *setting = getenv("VORN_PAGE_SUFFIXES");
     std::string_view list = setting ? setting : DEFAULT_PAGE_SUFFIXES;
     static constexpr std::string_view BLANKS = " \t";
     while (!list.empty()) {
         size_t start = list.find_first_not_of(BLANKS);
-        if (start == std::string_view::npos)
-            break;
+        if (start == std::string_view::npos) break;
         list = list.substr(start);
         size_t end = std::min(list.find_first_of(BLANKS), list.size());
-        if (ends_with(name, list.substr(0, end)))
-            return true;
+        if (ends_with(name, list.substr(0, end))) return true;
         list = list.substr(end);
     }
     return false;
 }
 
-void V_check_name(const char *root, const char *name, bool pages_only)
-{
+void V_check_name(const char *root, const char *name, bool pages_only) {
     V_USER *user = V_get_user(name);
-    if (!user || !user->var.value)
-        return;
+    if (!user || !user->var.value) return;
     const char *value = user->var.value;
     char path[CHECK_SIZE];
     // every refusal here means the request named no page that may run
-    if (strlen(value) > CHECK_SIZE ||
-        V_confine_path(root, value, path, sizeof path)) {
+    if (strlen(value) > CHECK_SIZE || V_confine_path(root, value, path, sizeof path)) {
         V_response_not_found();
         ERRMSG("Invalid %s value: %s \n", name, value);
         return;
@@ -388,8 +341,7 @@ void V_check_name(const char *root, const char *name, bool pages_only)
         ERRMSG("Invalid %s value: %s \n", name, value);
         return;
     }
-    if (!strcmp(path, value))
-        return;
+    if (!strcmp(path, value)) return;
 
     size_t len = strlen(path) + 1;
     char *copy = user->hp ? (char *)V_heap_alloc(user->hp, (int)len) : nullptr;
@@ -401,27 +353,22 @@ void V_check_name(const char *root, const char *name, bool pages_only)
     user->var.value = copy;
 }
 
-void V_default_names(const char *root)
-{
+void V_default_names(const char *root) {
     char candidate[CHECK_SIZE + 16];
     if (!V_PAGE) {
         V_TRACE("def: V_PAGE");
         snprintf(candidate, sizeof candidate, "%s/v.page", root);
-        if (!is_regular(candidate))
-            return;
+        if (!is_regular(candidate)) return;
         V_put_value("V_PAGE", candidate, 0, 0);
         const char *stored = V_get_value("V_PAGE");
         V_PAGE = keep(stored ? stored : candidate);
         V_TRACE("def: V_PAGE: %s", V_PAGE);
     }
-    if (V_ERROR)
-        return;
+    if (V_ERROR) return;
     const char *slash = strrchr(V_PAGE, '/');
     int dir_len = slash ? (int)(slash - V_PAGE) : 1;
-    int n = snprintf(candidate, sizeof candidate, "%.*s/v.error", dir_len,
-                     slash ? V_PAGE : ".");
-    if (n < 0 || n >= (int)sizeof candidate || !is_regular(candidate))
-        return;
+    int n = snprintf(candidate, sizeof candidate, "%.*s/v.error", dir_len, slash ? V_PAGE : ".");
+    if (n < 0 || n >= (int)sizeof candidate || !is_regular(candidate)) return;
     V_put_value("V_ERROR", candidate, 0, 0);
     V_ERROR = keep(candidate);
     V_TRACE("def: V_ERROR: %s", V_ERROR);

@@ -4,10 +4,8 @@
 #include "driver/request.h"
 #include "interp/page_check.h"
 
-int main(int argc, char **argv)
-{
+int main(int argc, char **argv) {
     V_install_hooks();
-    if (V_check_wanted(argc, argv))
-        return V_check_pages(argc - 2, argv + 2);
+    if (V_check_wanted(argc, argv)) return V_check_pages(argc - 2, argv + 2);
     return V_main(argc, argv);
 }

@@ -29,8 +29,7 @@ bool needs_quotes(unsigned char c) {
     return c < FIRST_PRINTABLE || c >= DELETE;
 }
 
-}  // namespace
-
+}   // namespace
 
 // Reads one field of the body up to stop, counting every byte read against
 // *cl. A field beyond V_FIELD_MAX characters keeps its first V_FIELD_MAX;
@@ -65,7 +64,9 @@ char *fmakeword(FILE *f, char stop, int *cl) {
     return copy;
 }
 
-int fmakeword_cuts() { return cut_fields; }
+int fmakeword_cuts() {
+    return cut_fields;
+}
 
 void fmakeword_warning(FILE *out) {
     if (cut_fields)
@@ -140,8 +141,10 @@ void escape_shell_cmd(char *cmd, int size) {
         // A quoted byte keeps room for the closing quote; the first one
         // also opens the pair, the first bare byte after it closes it.
         int need = 1 + (backslash ? 1 : 0);
-        if (quote) need += quoted ? 1 : 2;
-        else if (quoted) need += 1;
+        if (quote)
+            need += quoted ? 1 : 2;
+        else if (quoted)
+            need += 1;
         if (o + need > room) break;
         if (quote != quoted) out[o++] = SHELL_QUOTE;
         quoted = quote;

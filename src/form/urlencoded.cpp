@@ -16,7 +16,9 @@ const char *POST_errmsg;
 
 namespace {
 
-const char *or_null(const char *s) { return s ? s : "(null)"; }
+const char *or_null(const char *s) {
+    return s ? s : "(null)";
+}
 
 char *copy_n(const char *text, int n) {
     char *s = (char *)malloc(n + 1);
@@ -70,7 +72,7 @@ int get_fields(entry *table, int x, const char *text) {
     return x;
 }
 
-}  // namespace
+}   // namespace
 
 const char *GETenv(const char *name) {
     const char *v = getenv(name);

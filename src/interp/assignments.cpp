@@ -39,7 +39,9 @@ int safe_atoi(const char *s) {
 
 // Arithmetic results wrap around like 32-bit machine integers, so INT_MAX + 1
 // and INT_MIN / -1 give INT_MIN instead of undefined behaviour.
-int wrap(long long v) { return static_cast<int>(static_cast<uint32_t>(static_cast<uint64_t>(v))); }
+int wrap(long long v) {
+    return static_cast<int>(static_cast<uint32_t>(static_cast<uint64_t>(v)));
+}
 
 // Takes the next argument of text into out (size bytes, cut), advancing *pos.
 // Returns the scanner's result: 0 when no argument was left.
@@ -116,7 +118,7 @@ struct let_op {
 
 // Tried in this order on the substituted text; the first found decides.
 const let_op LET_OPS[] = {
-    {">=", '='}, {">+=", '+'}, {">*=", '*'}, {">/=", '/'}, {">%=", '%'},
+    {">=", '='},  {">+=", '+'}, {">*=", '*'}, {">/=", '/'}, {">%=", '%'},
     {">-=", '-'}, {">$=", '$'}, {">;=", ';'}, {">++", 'i'}, {">--", 'd'},
 };
 
@@ -149,15 +151,9 @@ void let_value(char code, const char *name, const char *operand, char *out) {
     long long r = 0;
     int arg = safe_atoi(operand);
     switch (code) {
-    case '=':
-        V_copy_cut(out, operand, V_LINE_MAX);
-        return;
-    case '$':
-        concat(out, V_get_value(name), V_get_value(operand));
-        return;
-    case ';':
-        concat(out, V_get_value(name), operand);
-        return;
+    case '=': V_copy_cut(out, operand, V_LINE_MAX); return;
+    case '$': concat(out, V_get_value(name), V_get_value(operand)); return;
+    case ';': concat(out, V_get_value(name), operand); return;
     case '+': r = static_cast<long long>(current_int(name, 0, true)) + arg; break;
     case '-': r = static_cast<long long>(current_int(name, 0, true)) - arg; break;
     case '*': r = static_cast<long long>(current_int(name, 1, true)) * arg; break;
@@ -244,7 +240,7 @@ void let_value(char code, const char *name, const char *operand, char *out) {
     return V_put_value(buf, value, 0, 0);
 }
 
-}  // namespace
+}   // namespace
 
 int V_set(char *buff, int compile, int ignore) {
     char buf[V_LINE_MAX];
@@ -270,8 +266,7 @@ int V_clear(char *buff, int compile, int ignore) {
 
 int V_replace(char *buff, int compile, int ignore) {
     char buf[V_LINE_MAX];
-    int go =
-        command_entry(buff, "<@replace>", compile, ignore, buf, {.form = ENTRY_BRACES_NARROW});
+    int go = command_entry(buff, "<@replace>", compile, ignore, buf, {.form = ENTRY_BRACES_NARROW});
     if (go <= 0) return go;
     do_replace(buf);
     return 0;

@@ -32,15 +32,15 @@ bool starts(const char *s, const char *tag) {
     return strncmp(s, tag, strlen(tag)) == 0;
 }
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 // The relational operators shared by the three comparisons; d is the sign
 // of left minus right. Returns 0 holds, -1 does not, 1 unknown operator.
 int relation(const char *op, int d) {
-    if (!strcmp(op, ">=") || !strcmp(op, "&ge;") || !strcmp(op, "&gt;="))
-        return d >= 0 ? 0 : -1;
-    if (!strcmp(op, "<=") || !strcmp(op, "&le;") || !strcmp(op, "&lt;="))
-        return d <= 0 ? 0 : -1;
+    if (!strcmp(op, ">=") || !strcmp(op, "&ge;") || !strcmp(op, "&gt;=")) return d >= 0 ? 0 : -1;
+    if (!strcmp(op, "<=") || !strcmp(op, "&le;") || !strcmp(op, "&lt;=")) return d <= 0 ? 0 : -1;
     if (!strcmp(op, "!=")) return d != 0 ? 0 : -1;
     if (!strcmp(op, "==")) return d == 0 ? 0 : -1;
     if (!strcmp(op, ">") || !strcmp(op, "&gt;")) return d > 0 ? 0 : -1;
@@ -99,8 +99,7 @@ int test_stat(const char *path, mode_t kind) {
 
 // Runs the test the keyword selects; 0 holds, -1 does not. *neg tells
 // whether the keyword carried a "!".
-int run_kind(const char *kw, const char *rest, const char *whole, CondWords *cw,
-                    bool *neg) {
+int run_kind(const char *kw, const char *rest, const char *whole, CondWords *cw, bool *neg) {
     *neg = kw[0] == '!';
     const char *k = *neg ? kw + 1 : kw;
     three_words(rest, cw);
@@ -249,8 +248,7 @@ int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
     }
 }
 
-
-}  // namespace
+}   // namespace
 
 /* ---- comparisons ---- */
 
@@ -336,8 +334,7 @@ int V_check_date(const char *text) {
     if (!text || strnlen(text, 11) != 10) return -1;
     if (text[4] != '-' || text[7] != '-') return -1;
     char y[5], m[3], d[3];
-    if (V_get_int(text, y, 4) || V_get_int(text + 5, m, 2) || V_get_int(text + 8, d, 2))
-        return -1;
+    if (V_get_int(text, y, 4) || V_get_int(text + 5, m, 2) || V_get_int(text + 8, d, 2)) return -1;
     int month = atoi(m), day = atoi(d);
     if (month < 1 || month > 12) return -1;
     if (day < 1 || day > daylong[month - 1]) return -1;
@@ -378,4 +375,6 @@ const char *V_if_inline(const char *line) {
     return at < 0 ? nullptr : line + at;
 }
 
-bool V_is_else(const char *line) { return starts(line, ELSE_TAG); }
+bool V_is_else(const char *line) {
+    return starts(line, ELSE_TAG);
+}

@@ -31,17 +31,14 @@ constexpr char BLANKS[] = " \t";
 // the start or a ';' (blanks after it skipped) to its '='. The first pair of
 // that name wins; its value, up to the next ';', is cut to the buffer before
 // it is decoded, so an escape cut in two stays as it stands.
-void find_cookie(std::string_view name, char *value, size_t size)
-{
+void find_cookie(std::string_view name, char *value, size_t size) {
     value[0] = '\0';
     const char *jar = getenv("HTTP_COOKIE");
-    if (!jar)
-        return;
+    if (!jar) return;
     std::string_view rest(jar);
     while (!rest.empty()) {
         size_t start = rest.find_first_not_of(BLANKS);
-        if (start == std::string_view::npos)
-            return;
+        if (start == std::string_view::npos) return;
         rest.remove_prefix(start);
         size_t end = std::min(rest.find(';'), rest.size());
         std::string_view pair = rest.substr(0, end);
@@ -64,8 +61,7 @@ constexpr char SESSION_END[] = "";
 
 // Traces a refused cookie name. The name is shown URL-encoded and cut, so
 // the trace never carries the bytes that got it refused.
-void trace_refused(const char *why, const char *name)
-{
+void trace_refused(const char *why, const char *name) {
     char head[TRACE_NAME_MAX];
     V_copy_cut(head, name, sizeof head);
     char shown[3 * TRACE_NAME_MAX];
@@ -76,11 +72,9 @@ void trace_refused(const char *why, const char *name)
 // Cuts the URL-encoded text to at most room bytes, stepping back over an
 // escape the cut would split; hex digits are never '%', so a '%' in the last
 // two places starts the escape.
-void cut_encoded(char *encoded, size_t room)
-{
+void cut_encoded(char *encoded, size_t room) {
     size_t n = strlen(encoded);
-    if (n <= room)
-        return;
+    if (n <= room) return;
     if (room >= 1 && encoded[room - 1] == '%')
         room -= 1;
     else if (room >= 2 && encoded[room - 2] == '%')
@@ -91,23 +85,21 @@ void cut_encoded(char *encoded, size_t room)
 // The site's cookie settings, read once from the environment that v.env
 // has filled.
 struct CookiePolicy {
-    const char *names;                         // VORN_COOKIE_NAMES; null allows every name
-    char attributes[COOKIE_ATTRIBUTES_MAX];    // VORN_COOKIE_ATTRIBUTES trimmed; "" for none
-    bool refused;                              // unusable attributes: no cookie line at all
+    const char *names;                        // VORN_COOKIE_NAMES; null allows every name
+    char attributes[COOKIE_ATTRIBUTES_MAX];   // VORN_COOKIE_ATTRIBUTES trimmed; "" for none
+    bool refused;                             // unusable attributes: no cookie line at all
 };
 
 // Reads the settings into policy. The attribute text loses blanks and ';'
 // at both ends; a text with CR or LF, or too long for its buffer, refuses
 // every cookie line rather than sending cookies without the attributes the
 // site asked for.
-void read_policy(CookiePolicy &policy)
-{
+void read_policy(CookiePolicy &policy) {
     policy.names = getenv("VORN_COOKIE_NAMES");
     policy.attributes[0] = '\0';
     policy.refused = false;
     const char *raw = getenv("VORN_COOKIE_ATTRIBUTES");
-    if (!raw)
-        return;
+    if (!raw) return;
     if (strpbrk(raw, "\r\n")) {
         V_TRACE("V_set_cookies: VORN_COOKIE_ATTRIBUTES holds a line end, no cookies\n");
         policy.refused = true;
@@ -116,8 +108,7 @@ void read_policy(CookiePolicy &policy)
     static const char trim[] = " \t;";
     std::string_view text(raw);
     size_t first = text.find_first_not_of(trim);
-    if (first == std::string_view::npos)
-        return;
+    if (first == std::string_view::npos) return;
     text = text.substr(first, text.find_last_not_of(trim) + 1 - first);
     int n = snprintf(policy.attributes, sizeof policy.attributes, "%.*s", (int)text.size(),
                      text.data());
@@ -129,19 +120,15 @@ void read_policy(CookiePolicy &policy)
 
 // True when the site lets a request set cookie name: always without
 // VORN_COOKIE_NAMES, else when name is one of its blank-separated words.
-bool allowed(const CookiePolicy &policy, std::string_view name)
-{
-    if (!policy.names)
-        return true;
+bool allowed(const CookiePolicy &policy, std::string_view name) {
+    if (!policy.names) return true;
     std::string_view list(policy.names);
     while (!list.empty()) {
         size_t start = list.find_first_not_of(BLANKS);
-        if (start == std::string_view::npos)
-            break;
+        if (start == std::string_view::npos) break;
         list.remove_prefix(start);
         size_t len = std::min(list.find_first_of(BLANKS), list.size());
-        if (list.substr(0, len) == name)
-            return true;
+        if (list.substr(0, len) == name) return true;
         list.remove_prefix(len);
     }
     return false;
@@ -151,8 +138,7 @@ bool allowed(const CookiePolicy &policy, std::string_view name)
 // site's attributes go after the path, before the fixed expiry text. The
 // line is built whole first and refused when it does not fit or holds a CR
 // or LF, so no cut or split header line ever reaches the output.
-void write_line(const CookiePolicy &policy, const char *name, const char *value, const char *end)
-{
+void write_line(const CookiePolicy &policy, const char *name, const char *value, const char *end) {
     // the name and its encoded value share V_LINE_MAX; the rest is the
     // attributes and fixed text
     char line[2 * V_LINE_MAX + COOKIE_ATTRIBUTES_MAX];
@@ -167,8 +153,7 @@ void write_line(const CookiePolicy &policy, const char *name, const char *value,
     V_response_line(line);
 }
 
-void delete_cookie(const CookiePolicy &policy, const char *name)
-{
+void delete_cookie(const CookiePolicy &policy, const char *name) {
     write_line(policy, name, "NULL", DELETED_END);
     V_DEBUG("Del-Cookie: %s\n", name);
 }
@@ -177,11 +162,9 @@ void delete_cookie(const CookiePolicy &policy, const char *name)
 // carry the far expiry date, session cookies none. The names come from the
 // request: one that is not a token, not allowed by the site, or a fixed
 // variable is dropped.
-void emit_list(const CookiePolicy &policy, const char *list_name, bool persistent)
-{
+void emit_list(const CookiePolicy &policy, const char *list_name, bool persistent) {
     const char *raw = V_get_value(list_name);
-    if (!raw)
-        return;
+    if (!raw) return;
     // a form value may be far longer than a line; the names are read from a
     // copy cut at the line size so that no name outgrows its buffer
     char text[V_LINE_MAX];
@@ -219,19 +202,16 @@ void emit_list(const CookiePolicy &policy, const char *list_name, bool persisten
         escape_url(head, encoded);
         cut_encoded(encoded, room);
         write_line(policy, name, encoded, persistent ? PERSISTENT_END : SESSION_END);
-        if (persistent)
-            V_DEBUG("Set-Cookie: %s=%s\n", name, encoded);
+        if (persistent) V_DEBUG("Set-Cookie: %s=%s\n", name, encoded);
     }
 }
 
-}  // namespace
+}   // namespace
 
-int V_cookie(char *buff, int compile, int ignore)
-{
+int V_cookie(char *buff, int compile, int ignore) {
     char text[V_LINE_MAX];
     int go = command_entry(buff, "<@cookie>", compile, ignore, text);
-    if (go <= 0)
-        return go;
+    if (go <= 0) return go;
     char word[V_LINE_MAX];
     V_arg_string(text, word);
     char name[COOKIE_NAME_MAX];
@@ -241,12 +221,10 @@ int V_cookie(char *buff, int compile, int ignore)
     return V_put_value(name, value, 0, 0);
 }
 
-void V_set_cookies()
-{
+void V_set_cookies() {
     CookiePolicy policy;
     read_policy(policy);
-    if (policy.refused)
-        return;
+    if (policy.refused) return;
     emit_list(policy, "V_ServerCOOKIES", true);
     emit_list(policy, "V_SessionCOOKIES", false);
 }

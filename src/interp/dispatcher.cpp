@@ -33,28 +33,24 @@ namespace {
 using Handler = int (*)(V_FILE *fp, char *buff, int *compile, int ignore);
 
 template <int (*H)(char *, int, int)>
-int line_command(V_FILE *, char *buff, int *compile, int ignore)
-{
+int line_command(V_FILE *, char *buff, int *compile, int ignore) {
     return H(buff, *compile, ignore);
 }
 
 // The commands that read a block of the page get the page.
 template <int (*H)(V_FILE *, char *, int, int)>
-int block_command(V_FILE *fp, char *buff, int *compile, int ignore)
-{
+int block_command(V_FILE *fp, char *buff, int *compile, int ignore) {
     return H(fp, buff, *compile, ignore);
 }
 
 // The commands that switch the running file's compile mode get its address.
 template <int (*H)(char *, int *, int)>
-int mode_command(V_FILE *, char *buff, int *compile, int ignore)
-{
+int mode_command(V_FILE *, char *buff, int *compile, int ignore) {
     return H(buff, compile, ignore);
 }
 
 // A <@call> line has no receiver for the text of <@return>.
-int call_command(V_FILE *, char *buff, int *compile, int ignore)
-{
+int call_command(V_FILE *, char *buff, int *compile, int ignore) {
     return V_call(buff, *compile, ignore, nullptr);
 }
 
@@ -126,22 +122,16 @@ constexpr int NAME_MAX_LEN = 29;   // a longer word is never a command
 
 bool tree_built = false;
 
-void build_tree()
-{
-    if (tree_built)
-        return;
+void build_tree() {
+    if (tree_built) return;
     tree_built = true;
     avl_tree_t *t = &v_BUFFERS.ctree;
-    if (!t->cmp)
-        t->cmp = V_avlcmp;
+    if (!t->cmp) t->cmp = V_avlcmp;
     for (const cmd_t &c : v_CMD) {
         V_CMD *node = nullptr;
-        if (v_BUFFERS.hp)
-            node = (V_CMD *)V_heap_alloc(v_BUFFERS.hp, sizeof(V_CMD));
-        if (!node)
-            node = (V_CMD *)calloc(1, sizeof(V_CMD));
-        if (!node)
-            return;
+        if (v_BUFFERS.hp) node = (V_CMD *)V_heap_alloc(v_BUFFERS.hp, sizeof(V_CMD));
+        if (!node) node = (V_CMD *)calloc(1, sizeof(V_CMD));
+        if (!node) return;
         memset(node, 0, sizeof *node);
         node->name = c.cmd;
         node->row = &c;
@@ -152,26 +142,22 @@ void build_tree()
 }
 
 // The table row of keyword name, or null.
-const cmd_t *lookup(const char *name)
-{
+const cmd_t *lookup(const char *name) {
     build_tree();
     avl_t probe = {};
     probe.key = (void *)name;
     avl_t *found = avl_search(&v_BUFFERS.ctree, &probe);
-    if (!found)
-        return nullptr;
+    if (!found) return nullptr;
     // the node is the first member of its V_CMD
     return reinterpret_cast<V_CMD *>(found)->row;
 }
 
 // The command word between "<@" and ">" (into name, NAME_SIZE bytes), or
 // false when there is none that could be a keyword.
-bool command_name(const char *buff, char *name)
-{
+bool command_name(const char *buff, char *name) {
     const char *p = buff + TAG_OPEN.size();
     const char *gt = strchr(p, '>');
-    if (!gt || gt - p > NAME_MAX_LEN)
-        return false;
+    if (!gt || gt - p > NAME_MAX_LEN) return false;
     memcpy(name, p, (size_t)(gt - p));
     name[gt - p] = 0;
     return true;
@@ -182,50 +168,39 @@ bool command_name(const char *buff, char *name)
 // pause, change directory, write or remove files, or reach a database or
 // shared memory are passed over as ignored (a block's body is skipped), so
 // a fuzzed page touches nothing outside its own process.
-bool refused(const char *name)
-{
-    static const char *const words[] = {"sleep", "usleep", "chdir",   "shell", "unlink",
-                                        "fork",  "file",   "xfile",   "sql",   "sqlexec",
-                                        "fopen", "popen",  "pclose",  "shmat", "shmdt"};
+bool refused(const char *name) {
+    static const char *const words[] = {"sleep", "usleep", "chdir",  "shell", "unlink",
+                                        "fork",  "file",   "xfile",  "sql",   "sqlexec",
+                                        "fopen", "popen",  "pclose", "shmat", "shmdt"};
     for (const char *w : words)
-        if (!strcmp(name, w))
-            return true;
+        if (!strcmp(name, w)) return true;
     return false;
 }
 #endif
 
-} // namespace
+}   // namespace
 
 // A keyword's role is in its row; the rest of the decision follows V_command
 // and the block runners.
-V_ROLE V_line_role(const char *line)
-{
-    if (!line || !has_tag(line, TAG_OPEN))
-        return ROLE_TEXT;
+V_ROLE V_line_role(const char *line) {
+    if (!line || !has_tag(line, TAG_OPEN)) return ROLE_TEXT;
     char name[NAME_SIZE];
-    if (const cmd_t *row = command_name(line, name) ? lookup(name) : nullptr)
-        return row->role;
-    if (V_is_else(line))
-        return ROLE_ELSE;
+    if (const cmd_t *row = command_name(line, name) ? lookup(name) : nullptr) return row->role;
+    if (V_is_else(line)) return ROLE_ELSE;
     return V_is_assignment(line) ? ROLE_LINE : ROLE_UNKNOWN;
 }
 
-int V_command(V_FILE *fp, char *buff, int *compile, int ignore)
-{
+int V_command(V_FILE *fp, char *buff, int *compile, int ignore) {
     cut_cmd(fp, buff);
-    if (!has_tag(buff, TAG_OPEN))
-        return -1;
+    if (!has_tag(buff, TAG_OPEN)) return -1;
     char name[NAME_SIZE];
     if (const cmd_t *row = command_name(buff, name) ? lookup(name) : nullptr) {
         // the block-end words have no handler: the block runners take them
-        if (!row->run)
-            return -1;
+        if (!row->run) return -1;
 #ifdef VORN_FUZZ
-        if (refused(name))
-            ignore = 1;
+        if (refused(name)) ignore = 1;
 #endif
-        if (row->run(fp, buff, compile, ignore) == 0)
-            return 0;
+        if (row->run(fp, buff, compile, ignore) == 0) return 0;
     }
     return V_let(buff, *compile, ignore) == 0 ? 0 : -1;
 }

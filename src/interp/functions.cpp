@@ -236,7 +236,7 @@ const exec_entry V_EXEC[] = {
 // The function commands trace with one blank before "ignore".
 constexpr Entry FUNCTION_ENTRY = {.form = ENTRY_BRACES_NARROW};
 
-}  // namespace
+}   // namespace
 
 int V_function(V_FILE *fp, char *buff, int compile, int ignore) {
     char buf[V_LINE_MAX];

@@ -34,7 +34,8 @@ void find_stack() {
     if (pthread_getattr_np(pthread_self(), &attr) != 0) return;
     void *addr = nullptr;
     size_t size = 0;
-    if (pthread_attr_getstack(&attr, &addr, &size) == 0) stack_low = reinterpret_cast<uintptr_t>(addr);
+    if (pthread_attr_getstack(&attr, &addr, &size) == 0)
+        stack_low = reinterpret_cast<uintptr_t>(addr);
     pthread_attr_destroy(&attr);
 }
 
@@ -46,7 +47,9 @@ bool stack_short() {
 }
 
 // Skips a body once, as a loop does when it has nothing to run over.
-void skip_body(V_FILE *fp) { V_notfound(fp, 0, 1); }
+void skip_body(V_FILE *fp) {
+    V_notfound(fp, 0, 1);
+}
 
 #ifdef VORN_FUZZ
 // A fuzzed page may loop for ever. In the fuzzing build all loops of a run
@@ -129,7 +132,7 @@ V_USER *loop_variable(V_FILE *fp, const char *name) {
     return u;
 }
 
-}  // namespace
+}   // namespace
 
 int V_enter_block() {
     if (V_depth >= V_MAX_DEPTH)
@@ -205,8 +208,7 @@ int V_while_loop(V_FILE *fp, int compile) {
     // A return left unwinding outside any call (ContinueBreak still set)
     // makes every pass skip its lines, the <@break> included: stop at once
     // instead of spinning for ever.
-    while (!run_pass(fp, start, compile) && !ContinueBreak) {
-    }
+    while (!run_pass(fp, start, compile) && !ContinueBreak) {}
     loop_done();
     return 0;
 }

@@ -32,9 +32,9 @@
 
 namespace {
 
-constexpr int MAX_LEVEL = 10;     // includes followed below the page: 11 files, as V_printfile runs
-constexpr int TAG_SHOWN = 40;     // characters of a tag quoted in a finding
-const char TAG_CUT[] = "...";     // marks a quoted tag that was cut
+constexpr int MAX_LEVEL = 10;   // includes followed below the page: 11 files, as V_printfile runs
+constexpr int TAG_SHOWN = 40;   // characters of a tag quoted in a finding
+const char TAG_CUT[] = "...";   // marks a quoted tag that was cut
 constexpr int TAG_SIZE = TAG_SHOWN + sizeof TAG_CUT;
 constexpr long FILE_MAX = INT_MAX - 32;   // the largest file V_printfile loads
 
@@ -192,7 +192,9 @@ void command(Scan &s, const char *text) {
     if (strncmp(text, INCLUDE_TAG, sizeof INCLUDE_TAG - 1) == 0) include(s, text);
 }
 
-bool in_if(const Scan &s) { return !s.open.empty() && s.open.back().role == ROLE_IF; }
+bool in_if(const Scan &s) {
+    return !s.open.empty() && s.open.back().role == ROLE_IF;
+}
 
 // Judges one command line (as V_cut_line leaves it) against the blocks
 // open before it.
@@ -312,7 +314,7 @@ std::string dir_of(const char *page) {
     return slash ? std::string(page, (size_t)(slash - page) + 1) : std::string();
 }
 
-}  // namespace
+}   // namespace
 
 bool V_check_wanted(int argc, char **argv) {
     if (argc < 2 || !argv[1] || strcmp(argv[1], CHECK_FLAG) != 0) return false;

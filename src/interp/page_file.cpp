@@ -25,28 +25,24 @@ const char *DIR = ".";
 
 namespace {
 
-constexpr int MAX_LEVEL = 10;      // deepest level that still runs: 11 files
+constexpr int MAX_LEVEL = 10;   // deepest level that still runs: 11 files
 constexpr int DIR_SIZE = 200;
 constexpr int TRACE_TAIL = 100;
 
 int level = 0;
 
 // Request heap when there is one; the unit tests run without a driver.
-void *page_alloc(size_t size)
-{
+void *page_alloc(size_t size) {
     void *p = nullptr;
-    if (v_BUFFERS.hp && size < INT_MAX)
-        p = V_heap_alloc(v_BUFFERS.hp, (int)size);
-    if (!p)
-        p = calloc(1, size);
+    if (v_BUFFERS.hp && size < INT_MAX) p = V_heap_alloc(v_BUFFERS.hp, (int)size);
+    if (!p) p = calloc(1, size);
     return p;
 }
 
 // Reports "LABEL NAME". ERRMSG returns only inside the error page, whose
 // output is HTML: there the name, which may come from the request, is
 // written as text.
-[[noreturn]] void file_failure(const char *label, const char *fname)
-{
+[[noreturn]] void file_failure(const char *label, const char *fname) {
     ERRMSG("%s%s \n", label, fname);
     FILE *out = V_out();
     fprintf(out, "<hr><h1> %s", label);
@@ -56,8 +52,7 @@ void *page_alloc(size_t size)
     V_exit(-2);
 }
 
-V_FILE *find_loaded(const struct stat &st)
-{
+V_FILE *find_loaded(const struct stat &st) {
     for (V_FILE *f = v_BUFFERS.files; f; f = f->next) {
         if (f->stat.st_dev == st.st_dev && f->stat.st_ino == st.st_ino &&
             f->stat.st_size == st.st_size && f->stat.st_mtime == st.st_mtime)
@@ -66,14 +61,11 @@ V_FILE *find_loaded(const struct stat &st)
     return nullptr;
 }
 
-V_FILE *load_file(const char *fname, const struct stat &st)
-{
+V_FILE *load_file(const char *fname, const struct stat &st) {
     const char *no_open = "Cannot open file: ";
-    if (st.st_size < 0 || st.st_size > INT_MAX - 32)
-        file_failure(no_open, fname);
+    if (st.st_size < 0 || st.st_size > INT_MAX - 32) file_failure(no_open, fname);
     File in(fopen(fname, "r"));
-    if (!in)
-        file_failure(no_open, fname);
+    if (!in) file_failure(no_open, fname);
     int size = (int)st.st_size;
     V_FILE *fp = (V_FILE *)page_alloc(sizeof(V_FILE));
     char *text = (char *)page_alloc((size_t)size + 16);
@@ -89,8 +81,7 @@ V_FILE *load_file(const char *fname, const struct stat &st)
     fp->size = (int)got;   // a file that shrank since stat is taken as read
     fp->stat = st;
     char *name = (char *)page_alloc(strlen(fname) + 1);
-    if (name)
-        memcpy(name, fname, strlen(fname) + 1);
+    if (name) memcpy(name, fname, strlen(fname) + 1);
     fp->name = name;
     fp->next = v_BUFFERS.files;
     v_BUFFERS.files = fp;
@@ -101,8 +92,7 @@ V_FILE *load_file(const char *fname, const struct stat &st)
 }
 
 // The directory of fname, seen from the site root when the page lies below it.
-void file_dir(const char *fname, char *dir)
-{
+void file_dir(const char *fname, char *dir) {
     const char *root = V_get_value("V_ROOT");
     size_t rootlen = root ? strlen(root) : 0;
     if (root && strcmp(root, "/") != 0 && strncmp(fname, root, rootlen) == 0)
@@ -110,41 +100,32 @@ void file_dir(const char *fname, char *dir)
     else
         snprintf(dir, DIR_SIZE, "%s", fname);
     char *slash = strrchr(dir, '/');
-    if (slash)
-        *slash = 0;
-    if (!dir[0])
-        snprintf(dir, DIR_SIZE, "/");
+    if (slash) *slash = 0;
+    if (!dir[0]) snprintf(dir, DIR_SIZE, "/");
 }
 
-void run_lines(V_FILE *fp, int compile)
-{
+void run_lines(V_FILE *fp, int compile) {
     char line[V_LINE_MAX];
     while (V_fgets(line, V_LINE_MAX, fp) > 0) {
         if (V_command(fp, line, &compile, 0) != 0) {
             V_transline(line, nullptr, compile);
             continue;
         }
-        if (file_ends())
-            break;
+        if (file_ends()) break;
     }
 }
 
-} // namespace
+}   // namespace
 
-void V_fflush(FILE *fp)
-{
-    if (DO_fflush && fp)
-        fflush(fp);
+void V_fflush(FILE *fp) {
+    if (DO_fflush && fp) fflush(fp);
 }
 
-int V_printfile(const char *fname, int compile)
-{
+int V_printfile(const char *fname, int compile) {
     V_TRACE("V_printfile: %s compile: %d level: %d\n", fname, compile, level);
-    if (level > MAX_LEVEL)
-        return -1;
+    if (level > MAX_LEVEL) return -1;
     struct stat st;
-    if (stat(fname, &st) != 0)
-        file_failure("Cannot access file: ", fname);
+    if (stat(fname, &st) != 0) file_failure("Cannot access file: ", fname);
     V_FILE *fp = find_loaded(st);
     bool reused = fp != nullptr;
     int saved_offset = 0;
@@ -165,26 +146,21 @@ int V_printfile(const char *fname, int compile)
     run_lines(fp, compile);
     level--;
     DIR = saved_dir;
-    if (reused)
-        fp->offset = saved_offset;
+    if (reused) fp->offset = saved_offset;
     return 0;
 }
 
-const char *V_page_text(const char *fname)
-{
+const char *V_page_text(const char *fname) {
     struct stat st;
-    if (!fname || stat(fname, &st) != 0 || access(fname, R_OK) != 0)
-        return nullptr;
+    if (!fname || stat(fname, &st) != 0 || access(fname, R_OK) != 0) return nullptr;
     V_FILE *fp = find_loaded(st);
     return (fp ? fp : load_file(fname, st))->text;
 }
 
-int V_include(char *buff, int compile, int ignore)
-{
+int V_include(char *buff, int compile, int ignore) {
     char buf[V_LINE_MAX];
     int go = command_entry(buff, "<@include>", compile, ignore, buf);
-    if (go <= 0)
-        return go;
+    if (go <= 0) return go;
     char arg[V_LINE_MAX];
     arg[0] = 0;
     V_arg_string(buf, arg);
@@ -192,11 +168,9 @@ int V_include(char *buff, int compile, int ignore)
     return 0;
 }
 
-int V_quit(char *buff, int compile, int ignore)
-{
+int V_quit(char *buff, int compile, int ignore) {
     // <@quit> takes no arguments: nothing is substituted
     int go = command_entry(buff, "<@quit>", compile, ignore, nullptr, {.form = ENTRY_BUFF});
-    if (go <= 0)
-        return go;
+    if (go <= 0) return go;
     V_exit(0);
 }

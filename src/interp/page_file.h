@@ -4,7 +4,7 @@
 #pragma once
 #include <cstdio>
 
-extern const char *DIR;  // directory of the file being run
+extern const char *DIR;   // directory of the file being run
 
 int V_printfile(const char *fname, int compile);
 // The whole text of a page file, loaded as V_printfile loads it (which then

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int CONT_SIZE = 300;     // one continuation line and its comments
+constexpr int CONT_SIZE = 300;   // one continuation line and its comments
 
 // Where the last line of a loaded file began. Loaded files live until the
 // process ends, so the pointer stays good; the line number is counted only
@@ -22,15 +22,13 @@ int reading_start;
 // Removes every comment from buf (bufsize bytes). An open comment takes the
 // following lines of fp into buf at its own position, bounded by the buffer
 // end and by CONT_SIZE; the end of the file cuts the comment off there.
-void strip_comments(V_FILE *fp, char *buf, int bufsize)
-{
+void strip_comments(V_FILE *fp, char *buf, int bufsize) {
     char *start;
     while ((start = strstr(buf, "<@--")) != nullptr) {
         char *end = strstr(start + 4, "--@>");
         while (!end) {
             int room = bufsize - (int)(start - buf);
-            if (room > CONT_SIZE)
-                room = CONT_SIZE;
+            if (room > CONT_SIZE) room = CONT_SIZE;
             if (room < 2 || V_fgets(start, room, fp) == 0) {
                 *start = 0;
                 return;
@@ -42,75 +40,59 @@ void strip_comments(V_FILE *fp, char *buf, int bufsize)
     }
 }
 
-void blank_controls(char *s)
-{
+void blank_controls(char *s) {
     for (; *s; s++) {
-        if ((unsigned char)*s < 32 && *s != '\n')
-            *s = ' ';
+        if ((unsigned char)*s < 32 && *s != '\n') *s = ' ';
     }
 }
 
 // Appends the continuation lines of a command line that ends in a backslash.
 // Returns false when the next line would pass the buffer; it is left out.
-bool join_continuations(V_FILE *fp, char *buff)
-{
+bool join_continuations(V_FILE *fp, char *buff) {
     int len = (int)strlen(buff);
-    if (len == 0 || buff[len - 1] != '\\')
-        return true;
+    if (len == 0 || buff[len - 1] != '\\') return true;
     buff[--len] = 0;
     for (;;) {
         char work[CONT_SIZE];
-        if (V_fgets(work, CONT_SIZE, fp) == 0)
-            return true;
+        if (V_fgets(work, CONT_SIZE, fp) == 0) return true;
         strip_comments(fp, work, CONT_SIZE);
         blank_controls(work);
         int wlen = (int)strlen(work);
-        if (wlen > 0 && work[wlen - 1] == '\n')
-            work[--wlen] = 0;
+        if (wlen > 0 && work[wlen - 1] == '\n') work[--wlen] = 0;
         bool more = wlen > 0 && work[wlen - 1] == '\\';
-        if (more)
-            work[wlen - 1] = ' ';
-        if (len + wlen > V_LINE_MAX - 1)
-            return false;
+        if (more) work[wlen - 1] = ' ';
+        if (len + wlen > V_LINE_MAX - 1) return false;
         memcpy(buff + len, work, (size_t)wlen + 1);
         len += wlen;
-        if (!more)
-            return true;
+        if (!more) return true;
     }
 }
 
 enum { CUT_TEXT, CUT_COMMAND, CUT_TOO_LONG };
 
 // The work of cut_cmd, without its traces and its error.
-int cut_line(V_FILE *fp, char *buff)
-{
+int cut_line(V_FILE *fp, char *buff) {
     strip_comments(fp, buff, V_LINE_MAX);
     blank_controls(buff);
     char *p = buff;
-    while (*p == ' ')
-        p++;
-    if (strncmp(p, "<@", 2) != 0)
-        return CUT_TEXT;
+    while (*p == ' ') p++;
+    if (strncmp(p, "<@", 2) != 0) return CUT_TEXT;
     memmove(buff, p, strlen(p) + 1);
     char *nl = strchr(buff, '\n');
-    if (nl)
-        *nl = 0;
+    if (nl) *nl = 0;
     return join_continuations(fp, buff) ? CUT_COMMAND : CUT_TOO_LONG;
 }
 
-} // namespace
+}   // namespace
 
-int V_fgets(char *buff, int size, V_FILE *fp)
-{
+int V_fgets(char *buff, int size, V_FILE *fp) {
     if (!fp || !fp->text || size < 1) {
-        if (size > 0)
-            buff[0] = 0;
+        if (size > 0) buff[0] = 0;
         return 0;
     }
     V_TRACE("V_fgets:IN fp->size= %d fp->offset= %d\n", fp->size, fp->offset);
     int n = 0;
-    if (fp->offset < 0)
-        fp->offset = 0;
+    if (fp->offset < 0) fp->offset = 0;
     if (fp->name) {
         reading = fp;
         reading_start = fp->offset;
@@ -118,8 +100,7 @@ int V_fgets(char *buff, int size, V_FILE *fp)
     while (n < size - 1 && fp->offset < fp->size) {
         char c = fp->text[fp->offset++];
         buff[n++] = c;
-        if (c == '\n')
-            break;
+        if (c == '\n') break;
     }
     buff[n] = 0;
     V_TRACE("V_fgets:OUT fp->size= %d fp->offset= %d\n", fp->size, fp->offset);
@@ -127,32 +108,25 @@ int V_fgets(char *buff, int size, V_FILE *fp)
     return n;
 }
 
-int V_reading_line(const char **name)
-{
+int V_reading_line(const char **name) {
     *name = nullptr;
-    if (!reading || !reading->text)
-        return 0;
+    if (!reading || !reading->text) return 0;
     *name = reading->name;
     int end = reading_start < reading->size ? reading_start : reading->size;
     int line = 1;
-    for (int i = 0; i < end; i++)
-        line += reading->text[i] == '\n';
+    for (int i = 0; i < end; i++) line += reading->text[i] == '\n';
     return line;
 }
 
-int cut_cmd(V_FILE *fp, char *buff)
-{
+int cut_cmd(V_FILE *fp, char *buff) {
     V_TRACE("cut_cmd: IN= {%s}", buff);
     int kind = cut_line(fp, buff);
-    if (kind == CUT_TEXT)
-        return 0;
-    if (kind == CUT_TOO_LONG)
-        ERRMSG("cut_cmd: No more memory...");
+    if (kind == CUT_TEXT) return 0;
+    if (kind == CUT_TOO_LONG) ERRMSG("cut_cmd: No more memory...");
     V_TRACE("cut_cmd: OUT= {%s}", buff);
     return 0;
 }
 
-int V_cut_line(V_FILE *fp, char *buff)
-{
+int V_cut_line(V_FILE *fp, char *buff) {
     return cut_line(fp, buff) == CUT_TOO_LONG ? -1 : 0;
 }

@@ -4,13 +4,13 @@
 #include <sys/stat.h>
 
 struct V_FILE {
-    char *text;          // the whole file and a terminating zero
-    int offset;          // read position
+    char *text;   // the whole file and a terminating zero
+    int offset;   // read position
     int size;
-    struct stat stat;    // identifies the file for reuse
+    struct stat stat;   // identifies the file for reuse
     V_FILE *next;
-    const char *name;    // the path it was loaded from; null for a text
-                         // handed to the reader (the page check, tests)
+    const char *name;   // the path it was loaded from; null for a text
+                        // handed to the reader (the page check, tests)
 };
 
 int V_fgets(char *buff, int size, V_FILE *fp);

@@ -18,8 +18,7 @@ namespace {
 
 // call:R, the <@return> text of the call that the value of R spells out.
 // The work buffers live on the heap: the function's own lines may call again.
-void call_value(const char *rest, char *out)
-{
+void call_value(const char *rest, char *out) {
     auto args = std::make_unique<char[]>(V_LINE_MAX);
     V_transvalue(rest, args.get());
     const char *text = args[0] ? args.get() : rest;
@@ -33,32 +32,27 @@ void call_value(const char *rest, char *out)
     V_TRACE("==> call: OUTPUT: [%s] ", out);
 }
 
-void ftell_value(const char *rest, char *out)
-{
+void ftell_value(const char *rest, char *out) {
     snprintf(out, V_LINE_MAX, "%ld", V_ftell(rest));
 }
 
-void rows_value(const char *, char *out)
-{
+void rows_value(const char *, char *out) {
     snprintf(out, V_LINE_MAX, "%d", V_rowcount);
 }
 
-void sqlcode_value(const char *, char *out)
-{
+void sqlcode_value(const char *, char *out) {
     snprintf(out, V_LINE_MAX, "%d", V_sqlcode);
 }
 
-void insert_id_value(const char *, char *out)
-{
+void insert_id_value(const char *, char *out) {
     snprintf(out, V_LINE_MAX, "%ld", V_INSERT_ID);
 }
 
-void dir_value(const char *, char *out)
-{
+void dir_value(const char *, char *out) {
     V_copy_cut(out, DIR ? DIR : "", V_LINE_MAX);
 }
 
-}  // namespace
+}   // namespace
 
 // System names taken as prefixes match any reference that merely begins
 // with them, which pages rely on.

@@ -15,15 +15,14 @@ namespace {
 
 int curr;   // the cache slot filled last
 
-}  // namespace
+}   // namespace
 
 int V_CMPexec(const char *patt, const char *val) {
     if (!patt) patt = "";
     if (!val) val = "";
     int i = 0;
     for (; i < V_PATT_CACHE && v_pattCACHE[i].patt; i++)
-        if (!strcmp(v_pattCACHE[i].patt, patt))
-            return kor_EXEpatt(v_pattCACHE[i].korPATT, val);
+        if (!strcmp(v_pattCACHE[i].patt, patt)) return kor_EXEpatt(v_pattCACHE[i].korPATT, val);
     if (i < V_PATT_CACHE) {
         curr = i;
     } else {

@@ -30,7 +30,9 @@ PATTnode *new_node(int type, unsigned char c1, unsigned char c2) {
     return n;
 }
 
-bool is_escapable(char c) { return c && strchr("*![]^-\\", c); }
+bool is_escapable(char c) {
+    return c && strchr("*![]^-\\", c);
+}
 
 // Reads one bracket set starting after its "["; returns the chain head (null
 // for an empty set) and moves *pp behind the set. *failed reports a failed
@@ -54,7 +56,10 @@ PATTnode *load_set(const char **pp, bool *failed) {
             *failed = true;
             return nullptr;
         }
-        if (last) last->alt = n; else head = n;
+        if (last)
+            last->alt = n;
+        else
+            head = n;
         last = n;
     }
     if (*p == ']') p++;
@@ -72,9 +77,7 @@ PATTnode *load_one(const char **pp, bool *failed) {
     case '*': type = PATT_ANY_RUN; break;
     case '?': type = PATT_ONE; break;
     case '!': type = PATT_NOWHERE; break;
-    case '[':
-        *pp = p + 1;
-        return load_set(pp, failed);
+    case '[': *pp = p + 1; return load_set(pp, failed);
     case '\\':
         // Only the pattern's own special characters can be escaped; "\?"
         // stays a backslash followed by the one-character wildcard.
@@ -146,7 +149,7 @@ int match_table(const PATTnode *first, const char *t, int len) {
     return row[0] ? 0 : -1;
 }
 
-}  // namespace
+}   // namespace
 
 // Printable ASCII in code order without the underscore, then the Russian
 // lower-case and upper-case letters of KOI8-R in alphabetical order. The
@@ -183,7 +186,10 @@ PATTnode *kor_LOADpatt(const char *patt) {
             return nullptr;
         }
         if (!n) continue;
-        if (last) last->next = n; else head = n;
+        if (last)
+            last->next = n;
+        else
+            head = n;
         last = n;
     }
     return head;
@@ -229,8 +235,7 @@ int kor_ORpatt(const PATTnode *p, int c) {
             if (in_range(c, p->c1, p->c2)) return -1;
             if (!p->alt) return 0;
             break;
-        default:
-            return -1;
+        default: return -1;
         }
         p = p->alt;
     }

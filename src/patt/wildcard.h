@@ -5,21 +5,21 @@
 // One element of a compiled pattern. Members of a bracket set after the
 // first hang off the first one's alt link; their own next links are null.
 struct PATTnode {
-    PATTnode *next;      // following element of the pattern
-    PATTnode *alt;       // next member of the same bracket set
-    unsigned char c1;    // the literal, or the low end of a range
-    unsigned char c2;    // the high end of a range
-    int type;            // one of the PATT_* kinds below
+    PATTnode *next;     // following element of the pattern
+    PATTnode *alt;      // next member of the same bracket set
+    unsigned char c1;   // the literal, or the low end of a range
+    unsigned char c2;   // the high end of a range
+    int type;           // one of the PATT_* kinds below
 };
 
 enum {
-    PATT_ANY_RUN = 0,    // *
-    PATT_ONE = 1,        // ?
-    PATT_CHAR = 2,       // literal, or single member of a plain set
-    PATT_NOT_CHAR = 3,   // single member of a negated set
-    PATT_RANGE = 4,      // x-y in a plain set
-    PATT_NOT_RANGE = 5,  // x-y in a negated set
-    PATT_NOWHERE = 6,    // !  the rest matches no tail from here
+    PATT_ANY_RUN = 0,     // *
+    PATT_ONE = 1,         // ?
+    PATT_CHAR = 2,        // literal, or single member of a plain set
+    PATT_NOT_CHAR = 3,    // single member of a negated set
+    PATT_RANGE = 4,       // x-y in a plain set
+    PATT_NOT_RANGE = 5,   // x-y in a negated set
+    PATT_NOWHERE = 6,     // !  the rest matches no tail from here
 };
 
 constexpr int PATT_ALPHABET_LEN = 157;

@@ -29,8 +29,7 @@ struct V_SHM {
 V_SHM v_SHM[V_SHM_MAX];
 
 // Up to six arguments into one 1000-byte area.
-void take_args(const char *text, char (*word)[ARG_AREA], int count)
-{
+void take_args(const char *text, char (*word)[ARG_AREA], int count) {
     int used = 0;
     char one[V_LINE_MAX];
     for (int i = 0; i < count; i++) {
@@ -40,19 +39,16 @@ void take_args(const char *text, char (*word)[ARG_AREA], int count)
         else
             one[0] = '\0';
         int room = ARG_AREA - used - 1;
-        if (room < 0)
-            room = 0;
+        if (room < 0) room = 0;
         snprintf(word[i], ARG_AREA, "%.*s", room, one);
         used += (int)strlen(word[i]) + 1;
     }
 }
 
 // Detaches the first attached slot with that name and drops its variable.
-void release(const char *name)
-{
+void release(const char *name) {
     for (auto &slot : v_SHM) {
-        if (!slot.shm || strcmp(slot.name, name) != 0)
-            continue;
+        if (!slot.shm || strcmp(slot.name, name) != 0) continue;
         if (slot.user) {
             AVL_remove(&v_BUFFERS.vtree, slot.user->name);
             V_heap_free(slot.user->hp);
@@ -65,37 +61,30 @@ void release(const char *name)
     }
 }
 
-V_SHM *free_slot()
-{
+V_SHM *free_slot() {
     for (auto &slot : v_SHM)
-        if (!slot.shm)
-            return &slot;
+        if (!slot.shm) return &slot;
     return nullptr;
 }
 
 // Attaches the segment of key into slot; the message names what failed.
-const char *attach(V_SHM *slot, long key, long size, long offset, long length)
-{
+const char *attach(V_SHM *slot, long key, long size, long offset, long length) {
     if (size < 1 || offset < 0 || length < 0 || length > 32767 || offset + length > size)
         return "## Cannot get SHM...";   // the stretch must lie inside the segment
     int id = shmget((key_t)key, (size_t)size, IPC_CREAT | 01777);
-    if (id == -1)
-        return "## Cannot get SHM...";
+    if (id == -1) return "## Cannot get SHM...";
     void *at = shmat(id, nullptr, 0);
-    if (at == (void *)-1)
-        return "## Cannot attach SHM...";
+    if (at == (void *)-1) return "## Cannot attach SHM...";
     slot->shm = at;
     return nullptr;
 }
 
-}  // namespace
+}   // namespace
 
-int V_shmat(char *buff, int compile, int ignore)
-{
+int V_shmat(char *buff, int compile, int ignore) {
     char text[V_LINE_MAX];
     int go = command_entry(buff, "<@shmat>", compile, ignore, text);
-    if (go <= 0)
-        return go;
+    if (go <= 0) return go;
     static char word[6][ARG_AREA];
     take_args(text, word, 6);
     const char *name = word[0], *status = word[5];
@@ -136,12 +125,10 @@ int V_shmat(char *buff, int compile, int ignore)
     return 0;
 }
 
-int V_shmdt(char *buff, int compile, int ignore)
-{
+int V_shmdt(char *buff, int compile, int ignore) {
     char text[V_LINE_MAX];
     int go = command_entry(buff, "<@shmdt>", compile, ignore, text);
-    if (go <= 0)
-        return go;
+    if (go <= 0) return go;
     static char word[2][ARG_AREA];
     take_args(text, word, 2);
     release(word[0]);

@@ -14,7 +14,11 @@ int skip_blanks(const char *text) {
 
 char closing_of(char open) {
     switch (open) {
-    case '"': case '\'': case '`': case '^': case '~': return open;
+    case '"':
+    case '\'':
+    case '`':
+    case '^':
+    case '~': return open;
     case '{': return '}';
     case '[': return ']';
     default: return 0;
@@ -35,7 +39,7 @@ int copy_until(const char *text, int i, char delim, char *out, int *len) {
     return i;
 }
 
-}  // namespace
+}   // namespace
 
 int V_take_string(const char *text, char *out) {
     int i = skip_blanks(text);

@@ -129,7 +129,7 @@ int remove_inner(avl_tree_t *t, avl_t *a) {
     return (s && rep->balance == 0) ? -1 : 0;
 }
 
-}  // namespace
+}   // namespace
 
 int V_avlcmp(const avl_t *a, const avl_t *b) {
     return strcmp(static_cast<const char *>(a->key), static_cast<const char *>(b->key));

@@ -6,8 +6,8 @@
 struct avl_t {
     avl_t *left;
     avl_t *right;
-    int8_t balance;     // height(right) - height(left)
-    void *key;          // a NUL-terminated name in every tree of the program
+    int8_t balance;   // height(right) - height(left)
+    void *key;        // a NUL-terminated name in every tree of the program
     void *data;
 };
 

@@ -20,9 +20,13 @@ constexpr size_t SMALL_BYTES = SMALL_OFFSET + V_HEAP_SMALL;
 
 constexpr size_t BIG_OFFSET = sizeof(heapblock_t);
 
-long addr(const void *p) { return static_cast<long>(reinterpret_cast<intptr_t>(p)); }
+long addr(const void *p) {
+    return static_cast<long>(reinterpret_cast<intptr_t>(p));
+}
 
-char *small_payload(heapblock_t *mb) { return reinterpret_cast<char *>(mb) + SMALL_OFFSET; }
+char *small_payload(heapblock_t *mb) {
+    return reinterpret_cast<char *>(mb) + SMALL_OFFSET;
+}
 
 heapblock_t *new_small_block() {
     void *raw = aligned_alloc(SMALL_ALIGN, SMALL_BYTES);
@@ -60,7 +64,7 @@ heapblock_t *find_small(V_heap *hp, int size) {
     return mb;
 }
 
-}  // namespace
+}   // namespace
 
 V_heap *V_heap_new() {
     V_heap *hp = static_cast<V_heap *>(malloc(sizeof(V_heap)));

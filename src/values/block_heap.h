@@ -9,8 +9,8 @@ struct heapblock_t {
 };
 
 struct V_heap {
-    heapblock_t *smallreq; // 256-byte blocks, newest first; never null
-    heapblock_t *bigreq;   // one block per request over 256 bytes
+    heapblock_t *smallreq;   // 256-byte blocks, newest first; never null
+    heapblock_t *bigreq;     // one block per request over 256 bytes
 };
 
 constexpr int V_HEAP_SMALL = 256;   // payload of a small block

@@ -6,8 +6,7 @@
 
 V_BUFFERS v_BUFFERS;
 
-void V_heap_figures(FILE *fp)
-{
+void V_heap_figures(FILE *fp) {
     V_heap *hp = v_BUFFERS.hp;
     heapblock_t *mb = hp ? hp->smallreq : nullptr;
     fprintf(fp, " hp: %d ", (int)(intptr_t)hp);

@@ -13,14 +13,14 @@ struct V_FUN;
 struct V_USER;
 
 struct V_BUFFERS {
-    V_FILE *files;       // loaded page and include files, newest first
-    V_FUN *functions;    // user functions
-    V_USER *v_USER;      // live variables
-    V_USER *freelist;    // kept empty
-    avl_tree_t vtree;    // variables by name
-    avl_tree_t ftree;    // user functions by name
-    avl_tree_t ctree;    // command words
-    V_heap *hp;          // the request heap
+    V_FILE *files;      // loaded page and include files, newest first
+    V_FUN *functions;   // user functions
+    V_USER *v_USER;     // live variables
+    V_USER *freelist;   // kept empty
+    avl_tree_t vtree;   // variables by name
+    avl_tree_t ftree;   // user functions by name
+    avl_tree_t ctree;   // command words
+    V_heap *hp;         // the request heap
 };
 
 extern V_BUFFERS v_BUFFERS;

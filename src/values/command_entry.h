@@ -19,9 +19,9 @@ enum Entry_form {
 
 // How a handler opens when it is not the usual way.
 struct Entry {
-    const char *name = nullptr;      // in the trace; null: "V_" and the word of the tag
+    const char *name = nullptr;   // in the trace; null: "V_" and the word of the tag
     Entry_form form = ENTRY_BRACES;
-    int size = V_LINE_MAX;           // bytes of the caller's buffer
+    int size = V_LINE_MAX;   // bytes of the caller's buffer
 };
 
 // True when line begins with tag.

@@ -15,17 +15,15 @@ struct DateToken {
     const char *upper;
     const char *lower;
     DateField field;
-    int width;  // digits written and read
+    int width;   // digits written and read
 };
 
 // Tried in this order; longer year tokens first so "YYYY" is one token.
 const DateToken date_tokens[] = {
-    {"SS", "ss", F_SECOND, 2}, {"MI", "mi", F_MINUTE, 2},
-    {"HH", "hh", F_HOUR, 2},   {"DD", "dd", F_DAY, 2},
-    {"JJ", "jj", F_DAY, 2},    {"MM", "mm", F_MONTH, 2},
-    {"YYYY", "yyyy", F_YEAR, 4}, {"AAAA", "aaaa", F_YEAR, 4},
-    {"YYY", "yyy", F_YEAR, 3},   {"AAA", "aaa", F_YEAR, 3},
-    {"YY", "yy", F_YEAR, 2},     {"AA", "aa", F_YEAR, 2},
+    {"SS", "ss", F_SECOND, 2},   {"MI", "mi", F_MINUTE, 2},   {"HH", "hh", F_HOUR, 2},
+    {"DD", "dd", F_DAY, 2},      {"JJ", "jj", F_DAY, 2},      {"MM", "mm", F_MONTH, 2},
+    {"YYYY", "yyyy", F_YEAR, 4}, {"AAAA", "aaaa", F_YEAR, 4}, {"YYY", "yyy", F_YEAR, 3},
+    {"AAA", "aaa", F_YEAR, 3},   {"YY", "yy", F_YEAR, 2},     {"AA", "aa", F_YEAR, 2},
     {"Y", "y", F_YEAR, 1},       {"A", "a", F_YEAR, 1},
 };
 
@@ -36,27 +34,25 @@ int Ok = 0;
 int Year = 0, Month = 0, Day = 0, Hours = 0, Minutes = 0, Seconds = 0;
 int Skip = 0;
 
-void reset_state()
-{
+void reset_state() {
     Ok = 0;
     Year = Month = Day = Hours = Minutes = Seconds = 0;
     Skip = 0;
 }
 
-const DateToken *match_token(const char *format)
-{
+const DateToken *match_token(const char *format) {
     for (const DateToken &t : date_tokens) {
         size_t n = strlen(t.upper);
-        if (strncmp(format, t.upper, n) == 0 || strncmp(format, t.lower, n) == 0)
-            return &t;
+        if (strncmp(format, t.upper, n) == 0 || strncmp(format, t.lower, n) == 0) return &t;
     }
     return nullptr;
 }
 
-bool is_separator(char c) { return c && strchr(date_separators, c); }
+bool is_separator(char c) {
+    return c && strchr(date_separators, c);
+}
 
-void mark_field(DateField f)
-{
+void mark_field(DateField f) {
     switch (f) {
     case F_SECOND: Seconds = 1; break;
     case F_MINUTE: Minutes = 1; break;
@@ -76,17 +72,14 @@ struct DateOut {
 
 // Writes text at the cursor but advances only by step, so a field wider
 // than its token (a five-digit year) is overwritten by what follows.
-void out_put(DateOut *out, const char *text, int step)
-{
+void out_put(DateOut *out, const char *text, int step) {
     int n = 0;
-    for (; text[n] && out->pos + n < V_DATE_TEXT_MAX - 1; n++)
-        out->buff[out->pos + n] = text[n];
+    for (; text[n] && out->pos + n < V_DATE_TEXT_MAX - 1; n++) out->buff[out->pos + n] = text[n];
     out->buff[out->pos + n] = '\0';
     out->pos += step < n ? step : n;
 }
 
-void write_field(const datetime_t *dt, const DateToken *t, DateOut *out)
-{
+void write_field(const datetime_t *dt, const DateToken *t, DateOut *out) {
     char text[16];
     int value = 0;
     switch (t->field) {
@@ -111,8 +104,7 @@ void write_field(const datetime_t *dt, const DateToken *t, DateOut *out)
     out_put(out, text + n - t->width, t->width);
 }
 
-int date_write(const datetime_t *dt, const char *format, char *buff)
-{
+int date_write(const datetime_t *dt, const char *format, char *buff) {
     DateOut out{buff, 0};
     buff[0] = '\0';
     while (*format) {
@@ -138,13 +130,11 @@ int date_write(const datetime_t *dt, const char *format, char *buff)
     return Ok;
 }
 
-void fill_today(datetime_t *dt)
-{
+void fill_today(datetime_t *dt) {
     time_t now = time(nullptr);
     struct tm tmr {};
-    tzset();  // follow a TZ changed since the last conversion
-    if (!localtime_r(&now, &tmr))
-        tmr.tm_year = 70, tmr.tm_mday = 1;
+    tzset();   // follow a TZ changed since the last conversion
+    if (!localtime_r(&now, &tmr)) tmr.tm_year = 70, tmr.tm_mday = 1;
     dt->year = static_cast<uint16_t>(tmr.tm_year + 1900);
     dt->month = static_cast<uint8_t>(tmr.tm_mon + 1);
     dt->day = static_cast<uint8_t>(tmr.tm_mday);
@@ -152,8 +142,7 @@ void fill_today(datetime_t *dt)
 }
 
 // Stores a time field, or its floor with an error when out of range.
-void store_ranged(uint8_t *field, int value, int low, int high)
-{
+void store_ranged(uint8_t *field, int value, int low, int high) {
     if (value < low || value > high) {
         Ok = -1;
         value = low;
@@ -161,8 +150,7 @@ void store_ranged(uint8_t *field, int value, int low, int high)
     *field = static_cast<uint8_t>(value);
 }
 
-void store_year(datetime_t *dt, int width, int value)
-{
+void store_year(datetime_t *dt, int width, int value) {
     // Shorter tokens replace only the last digits of the year already held.
     static const int keep[] = {1, 10, 100, 1000, 10000};
     int base = keep[width];
@@ -173,14 +161,12 @@ void store_year(datetime_t *dt, int width, int value)
 }
 
 // Returns how many digits of text the field took (0 for a yearless year).
-int read_field(datetime_t *dt, const DateToken *t, const char *text)
-{
+int read_field(datetime_t *dt, const DateToken *t, const char *text) {
     int n = 0, value = 0;
     for (; n < t->width && text[n] >= '0' && text[n] <= '9'; n++)
         value = value * 10 + (text[n] - '0');
     if (t->field == F_YEAR) {
-        if (n > 0)
-            store_year(dt, t->width, value);
+        if (n > 0) store_year(dt, t->width, value);
         return n;
     }
     // Without digits the field reads as 0, which only day and month reject.
@@ -195,12 +181,10 @@ int read_field(datetime_t *dt, const DateToken *t, const char *text)
     return n;
 }
 
-int date_read(datetime_t *dt, const char *format, const char *text)
-{
+int date_read(datetime_t *dt, const char *format, const char *text) {
     while (*format) {
         if (is_separator(*format)) {
-            if (*text)
-                text++;
+            if (*text) text++;
             format++;
             continue;
         }
@@ -219,25 +203,21 @@ int date_read(datetime_t *dt, const char *format, const char *text)
     return Ok;
 }
 
-int read_record(datetime_t *dt, const char *format, const char *text)
-{
+int read_record(datetime_t *dt, const char *format, const char *text) {
     fill_today(dt);
     reset_state();
     return date_read(dt, format ? format : "", text ? text : "");
 }
 
-}  // namespace
+}   // namespace
 
-int SETdate(datetime_t *dt, const char *format, char *buff, int mode)
-{
-    if (!mode)
-        return read_record(dt, format, buff);
+int SETdate(datetime_t *dt, const char *format, char *buff, int mode) {
+    if (!mode) return read_record(dt, format, buff);
     reset_state();
     return date_write(dt, format ? format : "", buff);
 }
 
-int V_dt2str(long dt, const char *format, char *buff)
-{
+int V_dt2str(long dt, const char *format, char *buff) {
     time_t t = static_cast<time_t>(dt);
     struct tm tmr {};
     tzset();
@@ -256,8 +236,7 @@ int V_dt2str(long dt, const char *format, char *buff)
     return SETdate(&rec, format, buff, 1);
 }
 
-int V_str2dt(const char *text, const char *format, long *dt)
-{
+int V_str2dt(const char *text, const char *format, long *dt) {
     datetime_t rec{};
     int rc = read_record(&rec, format, text);
     struct tm tmr {};
@@ -272,15 +251,13 @@ int V_str2dt(const char *text, const char *format, long *dt)
     // Read as standard time: in summer the clock shows one hour more, so
     // the hour comes back different and the hour is taken off again.
     struct tm back {};
-    if (localtime_r(&t, &back) && back.tm_hour != rec.hour)
-        t -= 3600;
+    if (localtime_r(&t, &back) && back.tm_hour != rec.hour) t -= 3600;
     *dt = static_cast<long>(t);
     return rc;
 }
 
-void V_date_info(uint16_t *year, uint16_t *month, uint16_t *day,
-                 uint16_t *hours, uint16_t *minutes, uint16_t *seconds)
-{
+void V_date_info(uint16_t *year, uint16_t *month, uint16_t *day, uint16_t *hours, uint16_t *minutes,
+                 uint16_t *seconds) {
     *year = static_cast<uint16_t>(Year);
     *month = static_cast<uint16_t>(Month);
     *day = static_cast<uint16_t>(Day);

@@ -27,8 +27,8 @@ int V_dt2str(long dt, const char *format, char *buff);
 // Reads text with format; stores the local time it names as seconds.
 int V_str2dt(const char *text, const char *format, long *dt);
 // The fields handled by the last SETdate call, each 0 or 1.
-void V_date_info(uint16_t *year, uint16_t *month, uint16_t *day,
-                 uint16_t *hours, uint16_t *minutes, uint16_t *seconds);
+void V_date_info(uint16_t *year, uint16_t *month, uint16_t *day, uint16_t *hours, uint16_t *minutes,
+                 uint16_t *seconds);
 
 struct V_heap;
 // Today's local date as "yyyy-mm-dd" in heap hp; null without a heap or

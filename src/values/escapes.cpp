@@ -78,13 +78,16 @@ size_t separator_at(std::string_view text, size_t i, std::string_view *escape) {
         static_cast<unsigned char>(text[i + 1]) != SEP_MID)
         return 0;
     unsigned char last = static_cast<unsigned char>(text[i + 2]);
-    if (last == LINE_SEP) *escape = "\\u2028";
-    else if (last == PARA_SEP) *escape = "\\u2029";
-    else return 0;
+    if (last == LINE_SEP)
+        *escape = "\\u2028";
+    else if (last == PARA_SEP)
+        *escape = "\\u2029";
+    else
+        return 0;
     return SEP_LEN;
 }
 
-}  // namespace
+}   // namespace
 
 int V_escape_html(std::string_view text, char *out, int size) {
     Units u(out, size);

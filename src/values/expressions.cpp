@@ -47,70 +47,59 @@ long double value_float = 0;
 ExprSym expr_stack[V_EXPR_STACK_MAX];
 int expr_depth = 0;
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
 
-int digit_value(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
+int digit_value(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
     return 99;
 }
 
 // Reads an unsigned number in base 8 or 16 from the start of s, as an
 // unsigned conversion of the C library would: stops at the first digit
 // foreign to the base and saturates at all ones on overflow.
-int64_t read_unsigned(const char *s, int base)
-{
+int64_t read_unsigned(const char *s, int base) {
     uint64_t n = 0;
     for (; digit_value(*s) < base; s++) {
         uint64_t d = static_cast<uint64_t>(digit_value(*s));
-        if (n > (UINT64_MAX - d) / static_cast<uint64_t>(base))
-            return -1;
+        if (n > (UINT64_MAX - d) / static_cast<uint64_t>(base)) return -1;
         n = n * static_cast<uint64_t>(base) + d;
     }
     return static_cast<int64_t>(n);
 }
 
 // Decimal digits as a signed conversion reads them: saturating at the maximum.
-int64_t read_decimal(const char *s)
-{
+int64_t read_decimal(const char *s) {
     int64_t n = 0;
     for (; is_digit(*s); s++) {
         int d = *s - '0';
-        if (n > (INT64_MAX - d) / 10)
-            return INT64_MAX;
+        if (n > (INT64_MAX - d) / 10) return INT64_MAX;
         n = n * 10 + d;
     }
     return n;
 }
 
 // Leaves scan_pos on the last character of the number.
-void scan_number(ExprToken *tok)
-{
+void scan_number(ExprToken *tok) {
     const char *start = scan_pos;
     tok->kind = TOK_NUMBER;
     tok->v = ExprValue{0, 0};
     if (start[0] == '0' && is_digit(start[1])) {
         // 8 and 9 are consumed though the conversion stops before them.
-        while (is_digit(scan_pos[1]))
-            scan_pos++;
+        while (is_digit(scan_pos[1])) scan_pos++;
         tok->v.i = read_unsigned(start, 8);
     } else if (start[0] == '0' && start[1] == 'x' && is_digit(start[2])) {
         scan_pos += 2;
-        while (is_digit(scan_pos[1]))
-            scan_pos++;
+        while (is_digit(scan_pos[1])) scan_pos++;
         tok->v.i = read_unsigned(start + 2, 16);
     } else {
-        while (is_digit(scan_pos[1]))
-            scan_pos++;
+        while (is_digit(scan_pos[1])) scan_pos++;
         if (scan_pos[1] == '.') {
             scan_pos++;
-            while (is_digit(scan_pos[1]))
-                scan_pos++;
+            while (is_digit(scan_pos[1])) scan_pos++;
             // Only reachable in floating mode: any "." selects it.
             tok->v.f = strtold(start, nullptr);
             return;
@@ -120,8 +109,7 @@ void scan_number(ExprToken *tok)
     tok->v.f = static_cast<long double>(tok->v.i);
 }
 
-void next_token(ExprToken *tok)
-{
+void next_token(ExprToken *tok) {
     if (EXPR_INIT) {
         EXPR_INIT = 0;
         scan_pos = EXPR_BUFF;
@@ -129,8 +117,7 @@ void next_token(ExprToken *tok)
         scan_pos++;
     }
     // Only the space is a blank; a tab is an ordinary (unknown) character.
-    while (*scan_pos == ' ')
-        scan_pos++;
+    while (*scan_pos == ' ') scan_pos++;
     if (!*scan_pos) {
         tok->kind = TOK_END;
         return;
@@ -143,31 +130,33 @@ void next_token(ExprToken *tok)
     scan_number(tok);
 }
 
-int precedence(int op)
-{
+int precedence(int op) {
     switch (op) {
     case '|': return 1;
     case '&': return 2;
-    case '+': case '-': return 3;
-    case '*': case '/': case '%': return 4;
+    case '+':
+    case '-': return 3;
+    case '*':
+    case '/':
+    case '%': return 4;
     default: return 0;
     }
 }
 
-bool is_binary_op(const ExprToken &tok) { return tok.kind == TOK_CHAR && precedence(tok.ch) > 0; }
+bool is_binary_op(const ExprToken &tok) {
+    return tok.kind == TOK_CHAR && precedence(tok.ch) > 0;
+}
 
 // The processor's integer-divide fault, made explicit. The default action
 // is restored first so the process ends by the signal even where a
 // handler (a sanitizer's) was installed.
-int64_t divide_fault()
-{
+int64_t divide_fault() {
     signal(SIGFPE, SIG_DFL);
     raise(SIGFPE);
     return 0;
 }
 
-int64_t int_op(char op, int64_t a, int64_t b)
-{
+int64_t int_op(char op, int64_t a, int64_t b) {
     // Wrap-around through unsigned arithmetic avoids signed overflow.
     uint64_t ua = static_cast<uint64_t>(a), ub = static_cast<uint64_t>(b);
     switch (op) {
@@ -177,17 +166,15 @@ int64_t int_op(char op, int64_t a, int64_t b)
     case '&': return a & b;
     case '|': return a | b;
     }
-    if (b == 0)
-        return divide_fault();
-    if (b == -1)  // INT64_MIN / -1 wraps to itself; its remainder is 0
+    if (b == 0) return divide_fault();
+    if (b == -1)   // INT64_MIN / -1 wraps to itself; its remainder is 0
         return op == '/' ? static_cast<int64_t>(0 - ua) : 0;
     return op == '/' ? a / b : a % b;
 }
 
 // Truncation toward zero to 32 bits. Values out of range (and NaN) give
 // INT_MIN, the processor's "integer indefinite", instead of undefined behaviour.
-int32_t to_int32(long double x)
-{
+int32_t to_int32(long double x) {
     if (std::isnan(x) || x <= static_cast<long double>(INT32_MIN) - 1 ||
         x >= static_cast<long double>(INT32_MAX) + 1)
         return INT32_MIN;
@@ -198,17 +185,13 @@ int32_t to_int32(long double x)
 // dividing: a NaN dividend comes back as it is, a zero one gives the
 // processor's default NaN (sign set, printed "-nan"), any other an infinity
 // with the sign of both operands together (1/-0.0 is -inf).
-long double divide_by_zero(long double a, long double b)
-{
-    if (std::isnan(a))
-        return a;
-    if (a == 0)
-        return std::copysign(std::numeric_limits<long double>::quiet_NaN(), -1.0L);
+long double divide_by_zero(long double a, long double b) {
+    if (std::isnan(a)) return a;
+    if (a == 0) return std::copysign(std::numeric_limits<long double>::quiet_NaN(), -1.0L);
     return std::signbit(a) != std::signbit(b) ? -HUGE_VALL : HUGE_VALL;
 }
 
-long double float_op(char op, long double a, long double b)
-{
+long double float_op(char op, long double a, long double b) {
     switch (op) {
     case '+': return a + b;
     case '-': return a - b;
@@ -216,17 +199,13 @@ long double float_op(char op, long double a, long double b)
     case '/': return b == 0 ? divide_by_zero(a, b) : a / b;
     }
     int64_t ia = to_int32(a), ib = to_int32(b);
-    if (op == '&')
-        return static_cast<long double>(ia & ib);
-    if (op == '|')
-        return static_cast<long double>(ia | ib);
-    if (ib == 0)
-        return static_cast<long double>(divide_fault());
+    if (op == '&') return static_cast<long double>(ia & ib);
+    if (op == '|') return static_cast<long double>(ia | ib);
+    if (ib == 0) return static_cast<long double>(divide_fault());
     return static_cast<long double>(ia % ib);
 }
 
-ExprValue apply_binary(char op, const ExprValue &a, const ExprValue &b)
-{
+ExprValue apply_binary(char op, const ExprValue &a, const ExprValue &b) {
     ExprValue r{0, 0};
     if (EXPR_FLOAT)
         r.f = float_op(op, a.f, b.f);
@@ -235,8 +214,7 @@ ExprValue apply_binary(char op, const ExprValue &a, const ExprValue &b)
     return r;
 }
 
-ExprValue negate(const ExprValue &a)
-{
+ExprValue negate(const ExprValue &a) {
     ExprValue r{0, 0};
     if (EXPR_FLOAT)
         r.f = -a.f;
@@ -247,8 +225,7 @@ ExprValue negate(const ExprValue &a)
 
 // Narrowing as the hardware rounds, without an out-of-range conversion:
 // beyond the rounding midpoint above FLT_MAX the result is an infinity.
-float to_single(long double x)
-{
+float to_single(long double x) {
     if (!std::isfinite(x) || std::fabs(x) <= static_cast<long double>(FLT_MAX))
         return static_cast<float>(x);
     long double limit = static_cast<long double>(FLT_MAX) + std::ldexp(1.0L, 103);
@@ -257,35 +234,31 @@ float to_single(long double x)
 }
 
 // False when the stack would reach its limit (the start entry counts too).
-bool push(char kind, char op, const ExprValue &v)
-{
-    if (expr_depth + 2 >= V_EXPR_STACK_MAX)
-        return false;
+bool push(char kind, char op, const ExprValue &v) {
+    if (expr_depth + 2 >= V_EXPR_STACK_MAX) return false;
     expr_stack[expr_depth++] = ExprSym{kind, op, v};
     return true;
 }
 
-const ExprSym *top(int back) { return expr_depth > back ? &expr_stack[expr_depth - 1 - back] : nullptr; }
+const ExprSym *top(int back) {
+    return expr_depth > back ? &expr_stack[expr_depth - 1 - back] : nullptr;
+}
 
 // Reduces the handles at the top of the stack. A binary operation waits
 // only when the lookahead is a binary operator binding tighter; every other
 // lookahead reduces, as default reductions would, before an error shows.
-void reduce(const ExprToken &look)
-{
+void reduce(const ExprToken &look) {
     for (;;) {
         const ExprSym *right = top(0), *mid = top(1);
-        if (!right || !mid || right->kind != 'E')
-            return;
+        if (!right || !mid || right->kind != 'E') return;
         if (mid->kind == 'U') {
             ExprValue r = negate(right->v);
             expr_depth -= 2;
             expr_stack[expr_depth++] = ExprSym{'E', 0, r};
             continue;
         }
-        if (mid->kind != 'B')
-            return;
-        if (is_binary_op(look) && precedence(look.ch) > precedence(mid->op))
-            return;
+        if (mid->kind != 'B') return;
+        if (is_binary_op(look) && precedence(look.ch) > precedence(mid->op)) return;
         ExprValue r = apply_binary(mid->op, top(2)->v, right->v);
         expr_depth -= 3;
         expr_stack[expr_depth++] = ExprSym{'E', 0, r};
@@ -297,39 +270,33 @@ const int PARSE_INVALID = 1;
 const int PARSE_FULL = 2;
 
 // Shifts a token where an operand is due.
-int shift_operand(const ExprToken &tok)
-{
+int shift_operand(const ExprToken &tok) {
     ExprValue none{0, 0};
-    if (tok.kind == TOK_NUMBER)
-        return push('E', 0, tok.v) ? PARSE_MORE : PARSE_FULL;
+    if (tok.kind == TOK_NUMBER) return push('E', 0, tok.v) ? PARSE_MORE : PARSE_FULL;
     if (tok.kind == TOK_CHAR && (tok.ch == '(' || tok.ch == '-'))
         return push(tok.ch == '(' ? '(' : 'U', 0, none) ? PARSE_MORE : PARSE_FULL;
     return PARSE_INVALID;
 }
 
 // Shifts a token after a complete expression; ")" closes its group at once.
-int shift_after_expr(const ExprToken &tok)
-{
+int shift_after_expr(const ExprToken &tok) {
     ExprValue none{0, 0};
     if (is_binary_op(tok))
         return push('B', static_cast<char>(tok.ch), none) ? PARSE_MORE : PARSE_FULL;
     if (tok.kind == TOK_CHAR && tok.ch == ')' && top(1) && top(1)->kind == '(') {
-        if (!push(')', 0, none))
-            return PARSE_FULL;
+        if (!push(')', 0, none)) return PARSE_FULL;
         ExprValue inner = top(1)->v;
         expr_depth -= 3;
         expr_stack[expr_depth++] = ExprSym{'E', 0, inner};
         return PARSE_MORE;
     }
-    if (tok.kind == TOK_END && expr_depth == 1)
-        return push('$', 0, none) ? PARSE_MORE : PARSE_FULL;
+    if (tok.kind == TOK_END && expr_depth == 1) return push('$', 0, none) ? PARSE_MORE : PARSE_FULL;
     return PARSE_INVALID;
 }
 
 // 1: integer result stored or invalid text; 2: floating result stored or
 // stack full.
-int parse_expression()
-{
+int parse_expression() {
     expr_depth = 0;
     for (;;) {
         ExprToken tok{TOK_END, 0, ExprValue{0, 0}};
@@ -337,12 +304,9 @@ int parse_expression()
         reduce(tok);
         const ExprSym *t = top(0);
         int rc = (t && t->kind == 'E') ? shift_after_expr(tok) : shift_operand(tok);
-        if (rc == PARSE_FULL)
-            return 2;
-        if (rc == PARSE_INVALID)
-            return 1;
-        if (tok.kind != TOK_END)
-            continue;
+        if (rc == PARSE_FULL) return 2;
+        if (rc == PARSE_INVALID) return 1;
+        if (tok.kind != TOK_END) continue;
         // The first complete expression ends the parse at once.
         if (EXPR_FLOAT) {
             value_float = expr_stack[0].v.f;
@@ -353,12 +317,10 @@ int parse_expression()
     }
 }
 
-}  // namespace
+}   // namespace
 
-int EXPR_parser(const char *expr, int *v_int, float *v_float)
-{
-    if (!expr)
-        expr = "";
+int EXPR_parser(const char *expr, int *v_int, float *v_float) {
+    if (!expr) expr = "";
     EXPR_BUFF = expr;
     EXPR_INIT = 1;
     EXPR_FLOAT = strchr(expr, '.') ? 1 : 0;

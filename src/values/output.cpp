@@ -14,22 +14,60 @@ FILE *V_stdout;
 FILE *V_fp;
 
 const HTML_code HTML_tab[] = {
-    {"&aacute;", "\xE1"}, {"&eacute;", "\xE9"}, {"&iacute;", "\xED"}, {"&oacute;", "\xF3"},
-    {"&uacute;", "\xFA"}, {"&yacute;", "\xFD"}, {"&Oacute;", "\xD3"}, {"&Aacute;", "\xC1"},
-    {"&Iacute;", "\xCD"}, {"&Eacute;", "\xC9"}, {"&Uacute;", "\xDA"}, {"&Yacute;", "\xDD"},
-    {"&agrave;", "\xE0"}, {"&egrave;", "\xE8"}, {"&igrave;", "\xEC"}, {"&ograve;", "\xF2"},
-    {"&ugrave;", "\xF9"}, {"&Agrave;", "\xC0"}, {"&Egrave;", "\xC8"}, {"&Igrave;", "\xCC"},
-    {"&Ograve;", "\xD2"}, {"&Ugrave;", "\xD9"}, {"&auml;", "\xE4"},   {"&euml;", "\xEB"},
-    {"&iuml;", "\xEF"},   {"&ouml;", "\xF6"},   {"&uuml;", "\xFC"},   {"&Auml;", "\xC4"},
-    {"&Euml;", "\xCB"},   {"&Iuml;", "\xCF"},   {"&Ouml;", "\xD6"},   {"&Uuml;", "\xDC"},
-    {"&acirc;", "\xE2"},  {"&ecirc;", "\xEA"},  {"&icirc;", "\xEE"},  {"&ocirc;", "\xF4"},
-    {"&ucirc;", "\xFB"},  {"&Acirc;", "\xC2"},  {"&Ecirc;", "\xCA"},  {"&Icirc;", "\xCE"},
-    {"&Ocirc;", "\xD4"},  {"&Ucirc;", "\xDB"},  {"&atilde;", "\xE3"}, {"&ntilde;", "\xF1"},
-    {"&otilde;", "\xF5"}, {"&Atilde;", "\xC3"}, {"&Ntilde;", "\xD1"}, {"&Otilde;", "\xD5"},
-    {"&ccedil;", "\xE7"}, {"&Ccedil;", "\xC7"},
+    {"&aacute;", "\xE1"},
+    {"&eacute;", "\xE9"},
+    {"&iacute;", "\xED"},
+    {"&oacute;", "\xF3"},
+    {"&uacute;", "\xFA"},
+    {"&yacute;", "\xFD"},
+    {"&Oacute;", "\xD3"},
+    {"&Aacute;", "\xC1"},
+    {"&Iacute;", "\xCD"},
+    {"&Eacute;", "\xC9"},
+    {"&Uacute;", "\xDA"},
+    {"&Yacute;", "\xDD"},
+    {"&agrave;", "\xE0"},
+    {"&egrave;", "\xE8"},
+    {"&igrave;", "\xEC"},
+    {"&ograve;", "\xF2"},
+    {"&ugrave;", "\xF9"},
+    {"&Agrave;", "\xC0"},
+    {"&Egrave;", "\xC8"},
+    {"&Igrave;", "\xCC"},
+    {"&Ograve;", "\xD2"},
+    {"&Ugrave;", "\xD9"},
+    {"&auml;", "\xE4"},
+    {"&euml;", "\xEB"},
+    {"&iuml;", "\xEF"},
+    {"&ouml;", "\xF6"},
+    {"&uuml;", "\xFC"},
+    {"&Auml;", "\xC4"},
+    {"&Euml;", "\xCB"},
+    {"&Iuml;", "\xCF"},
+    {"&Ouml;", "\xD6"},
+    {"&Uuml;", "\xDC"},
+    {"&acirc;", "\xE2"},
+    {"&ecirc;", "\xEA"},
+    {"&icirc;", "\xEE"},
+    {"&ocirc;", "\xF4"},
+    {"&ucirc;", "\xFB"},
+    {"&Acirc;", "\xC2"},
+    {"&Ecirc;", "\xCA"},
+    {"&Icirc;", "\xCE"},
+    {"&Ocirc;", "\xD4"},
+    {"&Ucirc;", "\xDB"},
+    {"&atilde;", "\xE3"},
+    {"&ntilde;", "\xF1"},
+    {"&otilde;", "\xF5"},
+    {"&Atilde;", "\xC3"},
+    {"&Ntilde;", "\xD1"},
+    {"&Otilde;", "\xD5"},
+    {"&ccedil;", "\xE7"},
+    {"&Ccedil;", "\xC7"},
     // These two names are what the sites' pages expect; they are not the
     // standard entity names and must stay as they are.
-    {"&ordmas;", "\xF8"}, {"&questi;", "\xBF"},
+    {"&ordmas;", "\xF8"},
+    {"&questi;", "\xBF"},
     {nullptr, nullptr},
 };
 
@@ -60,7 +98,7 @@ void write_encoded(FILE *fp, const char *text, size_t n) {
     if (n > start) fwrite(text + start, 1, n - start, fp);
 }
 
-}  // namespace
+}   // namespace
 
 FILE *V_out() {
     if (V_stdout) return V_stdout;

@@ -35,8 +35,8 @@ struct V_sink {
     int pos;
 };
 
-constexpr int FORMAT_MAX = 80;      // printf:/int: formats beyond 79 characters are cut
-constexpr int DATE_NAME_MAX = 100;  // dt2str:/str2dt: operands must stay shorter
+constexpr int FORMAT_MAX = 80;       // printf:/int: formats beyond 79 characters are cut
+constexpr int DATE_NAME_MAX = 100;   // dt2str:/str2dt: operands must stay shorter
 constexpr int NUM_MAX = 64;
 
 const V_VALUE_ROW *value_rows;   // the names resolved above this layer
@@ -439,8 +439,7 @@ void row_ddt(V_sink &out) {
     struct timeval now;
     gettimeofday(&now, nullptr);
     long long us = 0;
-    if (seen)
-        us = (long long)(now.tv_sec - last.tv_sec) * 1000000 + (now.tv_usec - last.tv_usec);
+    if (seen) us = (long long)(now.tv_sec - last.tv_sec) * 1000000 + (now.tv_usec - last.tv_usec);
     seen = 1;
     last = now;
     if (us > INT_MAX) us = INT_MAX;
@@ -603,7 +602,7 @@ const char *collect_ref(const char *p, char *ref) {
     return p;
 }
 
-}  // namespace
+}   // namespace
 
 void V_transline_n(const char *line, char *buff, int size, int compile) {
     if (buff && size <= 0) return;
@@ -635,7 +634,9 @@ void V_transline_n(const char *line, char *buff, int size, int compile) {
     if (!buff && DO_fflush) fflush(V_out());
 }
 
-void V_set_value_rows(const V_VALUE_ROW *rows) { value_rows = rows; }
+void V_set_value_rows(const V_VALUE_ROW *rows) {
+    value_rows = rows;
+}
 
 void V_transline(const char *line, char *buff, int compile) {
     V_transline_n(line, buff, V_LINE_MAX, compile);

@@ -36,7 +36,9 @@ char *copy_text(V_heap *hp, const char *text) {
     return p;
 }
 
-const char *show(const char *s) { return s ? s : ""; }
+const char *show(const char *s) {
+    return s ? s : "";
+}
 
 // A fixed == 2 variable lives in a foreign buffer of `cookie` bytes. The
 // shared-memory binding points avl.data at that buffer and gives var.value a
@@ -86,7 +88,7 @@ int create(const char *name, const char *value, int fixed, int cookie) {
     return 0;
 }
 
-}  // namespace
+}   // namespace
 
 V_USER *V_USER_new(V_heap *hp, const char *name, const char *value) {
     V_USER *u = static_cast<V_USER *>(V_heap_alloc(hp, sizeof(V_USER)));

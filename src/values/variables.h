@@ -10,14 +10,14 @@ struct V_var {
 };
 
 struct V_USER {
-    avl_t avl;        // key points at name
+    avl_t avl;   // key points at name
     char *name;
-    V_var var;        // first value, inline
-    short fixed;      // 0 ordinary, 1 write-protected, 2 foreign fixed-size buffer
-    short cookie;     // cookie flag, or the buffer size when fixed == 2
-    short clean;      // next append replaces instead of appending
-    V_heap *hp;       // owns every value text and extra V_var
-    V_USER *next;     // link used while a tree walk collects variables
+    V_var var;      // first value, inline
+    short fixed;    // 0 ordinary, 1 write-protected, 2 foreign fixed-size buffer
+    short cookie;   // cookie flag, or the buffer size when fixed == 2
+    short clean;    // next append replaces instead of appending
+    V_heap *hp;     // owns every value text and extra V_var
+    V_USER *next;   // link used while a tree walk collects variables
 };
 
 V_USER *V_USER_new(V_heap *hp, const char *name, const char *value);

@@ -31,7 +31,7 @@ void empty_store() {
     v_BUFFERS.hp = nullptr;
 }
 
-}  // namespace
+}   // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::string name, jar;

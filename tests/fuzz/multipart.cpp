@@ -31,7 +31,7 @@ void remove_scratch() {
     rmdir(scratch.c_str());
 }
 
-}  // namespace
+}   // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     char dir[] = "/tmp/vorn-fuzz-multipart.XXXXXX";

@@ -39,8 +39,8 @@ extern "C" uint8_t __stop___sancov_cntrs[] __attribute__((weak));
 
 namespace {
 
-constexpr long RUN_USEC = 500000;  // a page's time budget
-constexpr int EXIT_ERROR = 255;    // a run ended by the error routine
+constexpr long RUN_USEC = 500000;   // a page's time budget
+constexpr int EXIT_ERROR = 255;     // a run ended by the error routine
 
 std::string scratch, site;
 uint8_t *shared_counters;
@@ -48,7 +48,7 @@ size_t counter_bytes;
 
 void copy_counters(int status, void *) {
     memcpy(shared_counters, __start___sancov_cntrs, counter_bytes);
-    _exit(status);  // no exit handlers of the fuzzer in the child
+    _exit(status);   // no exit handlers of the fuzzer in the child
 }
 
 [[noreturn]] void run_child() {
@@ -59,7 +59,7 @@ void copy_counters(int status, void *) {
     int null = open("/dev/null", O_RDWR);
     dup2(null, STDIN_FILENO);
     dup2(null, STDOUT_FILENO);
-    dup2(null, STDERR_FILENO);  // the error log's lines
+    dup2(null, STDERR_FILENO);   // the error log's lines
     if (chdir(site.c_str()) != 0) _exit(EXIT_ERROR);
     on_exit(copy_counters, nullptr);
     char prog[] = "vorn", page[] = "page.html";
@@ -69,7 +69,7 @@ void copy_counters(int status, void *) {
     _exit(0);
 }
 
-int commands[2], results[2];  // pipes to the fork server and back
+int commands[2], results[2];   // pipes to the fork server and back
 
 // The fork server: one child per byte read, its wait status written back;
 // it ends when the fuzzer's end of the pipe closes.
@@ -81,8 +81,7 @@ int commands[2], results[2];  // pipes to the fork server and back
         pid_t pid = fork();
         if (pid == 0) run_child();
         int status = -1;
-        while (pid > 0 && waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-        }
+        while (pid > 0 && waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
         if (write(results[1], &status, sizeof status) != sizeof status) break;
     }
     _exit(0);
@@ -107,15 +106,14 @@ void remove_scratch() {
     nftw(scratch.c_str(), remove_entry, 8, FTW_DEPTH | FTW_PHYS);
 }
 
-}  // namespace
+}   // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     char dir[] = "/tmp/vorn-fuzz-page.XXXXXX";
     if (!mkdtemp(dir)) abort();
     scratch = dir;
     site = scratch + "/site";
-    for (const char *sub : {"/site", "/home", "/tmp"})
-        mkdir((scratch + sub).c_str(), 0700);
+    for (const char *sub : {"/site", "/home", "/tmp"}) mkdir((scratch + sub).c_str(), 0700);
     atexit(remove_scratch);
     for (const char *name : {"REQUEST_METHOD", "HTTP_HOST", "SERVER_NAME", "SERVER_PORT"})
         unsetenv(name);

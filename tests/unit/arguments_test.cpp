@@ -36,8 +36,8 @@ TEST(Arguments, DelimitersAndEscapes) {
         const char *text, *arg;
         int pos;
     } cases[] = {
-        {"\"a b\" x", "a b", 5}, {"'a b' x", "a b", 5}, {"`a b` x", "a b", 5},
-        {"^a b^ x", "a b", 5},   {"~a b~ x", "a b", 5}, {"[a [b] x", "a [b", 6},
+        {"\"a b\" x", "a b", 5}, {"'a b' x", "a b", 5},   {"`a b` x", "a b", 5},
+        {"^a b^ x", "a b", 5},   {"~a b~ x", "a b", 5},   {"[a [b] x", "a [b", 6},
         {"{a {b} x", "a {b", 6}, {"{a\\}b} z", "a}b", 6}, {"'c:\\d\\'", "c:\\d'", 7},
         {"a\\ b c", "a b", 4},   {"\"abc", "abc", 4},   // unclosed: stops at the end
     };
@@ -66,4 +66,4 @@ TEST(Arguments, OutputFitsInStrlenPlusOne) {
     }
 }
 
-}  // namespace
+}   // namespace

@@ -24,7 +24,7 @@ std::string value(const char *name) {
     return v ? v : "<missing>";
 }
 
-}  // namespace
+}   // namespace
 
 TEST(Assignments, ConcatenationIsCutAtTheLineSize) {
     V_put_value("as_s", std::string(8000, 'a').c_str(), 0, 0);

@@ -32,7 +32,9 @@ struct Tree {
     const char *root() { return static_cast<const char *>(tree.root->key); }
 };
 
-const char *key(avl_t *a) { return static_cast<const char *>(a->key); }
+const char *key(avl_t *a) {
+    return static_cast<const char *>(a->key);
+}
 
 // Height of the subtree; every balance must equal the real height
 // difference and stay within -1..1, and keys must be strictly ordered.
@@ -116,4 +118,4 @@ TEST(AvlTree, RandomInsertsAndRemovalsKeepTheInvariant) {
     EXPECT_EQ(nodes, 200);
 }
 
-}  // namespace
+}   // namespace

@@ -15,7 +15,9 @@ int count(heapblock_t *mb) {
     return n;
 }
 
-uintptr_t at(void *p) { return reinterpret_cast<uintptr_t>(p); }
+uintptr_t at(void *p) {
+    return reinterpret_cast<uintptr_t>(p);
+}
 
 TEST(BlockHeap, SmallAndBigBoundary) {
     V_heap *hp = V_heap_new();
@@ -46,7 +48,7 @@ TEST(BlockHeap, AlignmentAndTheFitTest) {
     EXPECT_EQ(hq->smallreq->m_used, 256);   // padded after the fit test
     V_heap_alloc(hq, 6);                    // no longer fits
     V_heap_alloc(hq, 250);
-    V_heap_alloc(hq, 200);                  // an older block with room is found
+    V_heap_alloc(hq, 200);   // an older block with room is found
     EXPECT_EQ(count(hq->smallreq), 3);
     V_heap_free(hq);
     V_heap_free(hp);
@@ -62,8 +64,8 @@ TEST(BlockHeap, ReduceReusesSmallBlocksAndDropsBigOnes) {
     EXPECT_EQ(hp->bigreq, nullptr);
     EXPECT_EQ(newest->m_next->m_used, 0);
     char *p = static_cast<char *>(V_heap_alloc(hp, 10));
-    EXPECT_EQ(newest->m_used, 32);   // from offset 0
-    EXPECT_EQ(p[0], 0);   // zeroed again
+    EXPECT_EQ(newest->m_used, 32);     // from offset 0
+    EXPECT_EQ(p[0], 0);                // zeroed again
     for (int i = 0; i < 1000; i++) {   // a value rewritten in a loop
         V_heap_reduce(hp);
         V_heap_alloc(hp, 100);
@@ -83,4 +85,4 @@ TEST(BlockHeap, OddSizesAndNullHeaps) {
     EXPECT_EQ(V_heap_alloc(nullptr, 10), nullptr);
 }
 
-}  // namespace
+}   // namespace

@@ -8,8 +8,7 @@
 #include "values/command_entry.h"
 #include "values/variables.h"
 
-TEST(CommandEntry, OnlyTheWholeTagIsOurs)
-{
+TEST(CommandEntry, OnlyTheWholeTagIsOurs) {
     char out[V_LINE_MAX];
     EXPECT_EQ(command_entry("<@settle> a b", "<@set>", 1, 0, out), -1);
     EXPECT_EQ(command_entry("<@set a b", "<@set>", 1, 0, out), -1);
@@ -18,8 +17,7 @@ TEST(CommandEntry, OnlyTheWholeTagIsOurs)
     EXPECT_STREQ(out, " a b");
 }
 
-TEST(CommandEntry, IgnoreModeSubstitutesNothing)
-{
+TEST(CommandEntry, IgnoreModeSubstitutesNothing) {
     V_put_value("ce_seen", "old", 0, 0);
     char out[V_LINE_MAX];
     strcpy(out, "untouched");
@@ -31,8 +29,7 @@ TEST(CommandEntry, IgnoreModeSubstitutesNothing)
     EXPECT_STREQ(out, " $(ce_seen)");
 }
 
-TEST(CommandEntry, ShortBufferIsCutNotOverrun)
-{
+TEST(CommandEntry, ShortBufferIsCutNotOverrun) {
     std::string line = "<@fork> " + std::string(500, 'n');
     char out[16];
     EXPECT_EQ(command_entry(line.c_str(), "<@fork>", 1, 0, out, {.size = sizeof out}), 1);

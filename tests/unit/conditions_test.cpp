@@ -82,4 +82,4 @@ TEST(Conditions, TodayIsTheLocalDateInTheHeap) {
     V_heap_free(hp);
 }
 
-}  // namespace
+}   // namespace

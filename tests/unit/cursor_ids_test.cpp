@@ -71,4 +71,4 @@ TEST_F(CursorIdsTest, CursorIdsFailToConnectWithoutAUsableBase) {
     EXPECT_EQ(V_get_base(), nullptr);
 }
 
-}  // namespace
+}   // namespace

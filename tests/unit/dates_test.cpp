@@ -13,40 +13,34 @@ namespace {
 
 const datetime_t kSample{2008, 3, 7, 9, 5, 4};
 
-std::string write(const char *format, int *rc = nullptr)
-{
+std::string write(const char *format, int *rc = nullptr) {
     char buff[V_DATE_TEXT_MAX];
     datetime_t dt = kSample;
     int r = SETdate(&dt, format, buff, 1);
-    if (rc)
-        *rc = r;
+    if (rc) *rc = r;
     return buff;
 }
 
-datetime_t read(const char *text, const char *format, int *rc)
-{
+datetime_t read(const char *text, const char *format, int *rc) {
     datetime_t dt{};
     std::string copy = text;
     *rc = SETdate(&dt, format, copy.data(), 0);
     return dt;
 }
 
-long long packed(const datetime_t &dt)
-{
+long long packed(const datetime_t &dt) {
     return dt.year * 10000000000LL + dt.month * 100000000LL + dt.day * 1000000LL +
            dt.hour * 10000LL + dt.minute * 100LL + dt.second;
 }
 
-struct tm today()
-{
+struct tm today() {
     time_t now = time(nullptr);
     struct tm tmr {};
     localtime_r(&now, &tmr);
     return tmr;
 }
 
-TEST(DatesTest, WritesEveryTokenAndSeparator)
-{
+TEST(DatesTest, WritesEveryTokenAndSeparator) {
     const char *rows[][2] = {
         {"YYYY-MM-DD HH:MI:SS", "2008-03-07 09:05:04"},
         {"yyyy/mm/dd hh.mi.ss", "2008/03/07 09.05.04"},
@@ -71,8 +65,7 @@ TEST(DatesTest, WritesEveryTokenAndSeparator)
     EXPECT_EQ(f[2], 1);
 }
 
-TEST(DatesTest, ReadsBackWhatItWrites)
-{
+TEST(DatesTest, ReadsBackWhatItWrites) {
     int rc = 1;
     datetime_t dt = read(write("ss:mi:hh dd.mm.yyyy").c_str(), "ss:mi:hh dd.mm.yyyy", &rc);
     EXPECT_EQ(rc, 0);
@@ -90,8 +83,7 @@ TEST(DatesTest, ReadsBackWhatItWrites)
     EXPECT_EQ(rc, -1);
 }
 
-TEST(DatesTest, RangeErrorsStoreTheFloorAndGoOn)
-{
+TEST(DatesTest, RangeErrorsStoreTheFloorAndGoOn) {
     struct Row {
         const char *text, *format;
         int rc, value;
@@ -117,8 +109,7 @@ TEST(DatesTest, RangeErrorsStoreTheFloorAndGoOn)
     EXPECT_EQ(dt.year, 2010);
 }
 
-TEST(DatesTest, ShortYearsKeepTheCurrentCentury)
-{
+TEST(DatesTest, ShortYearsKeepTheCurrentCentury) {
     int year = today().tm_year + 1900, rc = 1;
     EXPECT_EQ(read("08", "yy", &rc).year, year / 100 * 100 + 8);
     EXPECT_EQ(rc, 0);
@@ -133,8 +124,7 @@ TEST(DatesTest, ShortYearsKeepTheCurrentCentury)
     EXPECT_EQ(rc, -1);
 }
 
-TEST(DatesTest, AbsentFieldsKeepTodayAndMidnight)
-{
+TEST(DatesTest, AbsentFieldsKeepTodayAndMidnight) {
     struct tm now = today();
     int rc = 1;
     datetime_t dt = read("24/12", "dd/mm", &rc);
@@ -144,8 +134,7 @@ TEST(DatesTest, AbsentFieldsKeepTodayAndMidnight)
     EXPECT_EQ(dt.hour + dt.minute + dt.second, 0);
 }
 
-TEST(DatesTest, LongFormatIsCutAtTheBufferSize)
-{
+TEST(DatesTest, LongFormatIsCutAtTheBufferSize) {
     std::string format(2000, 'Y');
     std::string text = write(format.c_str());
     EXPECT_EQ(text.size(), size_t(V_DATE_TEXT_MAX - 1));
@@ -155,16 +144,14 @@ TEST(DatesTest, LongFormatIsCutAtTheBufferSize)
 // Runs with TZ set to one zone and restores the previous TZ afterwards.
 class DatesZoneTest : public testing::Test {
 protected:
-    void use_zone(const char *zone)
-    {
+    void use_zone(const char *zone) {
         const char *old = getenv("TZ");
         had_tz = old != nullptr;
         saved = old ? old : "";
         setenv("TZ", zone, 1);
         tzset();
     }
-    void TearDown() override
-    {
+    void TearDown() override {
         if (had_tz)
             setenv("TZ", saved.c_str(), 1);
         else
@@ -175,8 +162,7 @@ protected:
     std::string saved;
 };
 
-TEST_F(DatesZoneTest, SecondsRoundTripInUtc)
-{
+TEST_F(DatesZoneTest, SecondsRoundTripInUtc) {
     use_zone("UTC");
     char buff[V_DATE_TEXT_MAX];
     EXPECT_EQ(V_dt2str(1700000000, "DD.MM.YY HH:MI:SS", buff), 0);
@@ -193,8 +179,7 @@ TEST_F(DatesZoneTest, SecondsRoundTripInUtc)
     }
 }
 
-TEST_F(DatesZoneTest, SummerTimeHourIsCorrected)
-{
+TEST_F(DatesZoneTest, SummerTimeHourIsCorrected) {
     use_zone("Europe/Berlin");
     long dt = 0;
     // Winter: one hour ahead of UTC, no correction.
@@ -208,4 +193,4 @@ TEST_F(DatesZoneTest, SummerTimeHourIsCorrected)
     EXPECT_STREQ(buff, "12:00");
 }
 
-}  // namespace
+}   // namespace

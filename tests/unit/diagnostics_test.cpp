@@ -21,29 +21,23 @@ namespace {
 
 std::vector<std::string> made_dirs;
 
-std::string make_dir()
-{
+std::string make_dir() {
     char tmpl[] = "/tmp/vorn-diag-XXXXXX";
     made_dirs.push_back(mkdtemp(tmpl));
     return made_dirs.back();
 }
 
-void remove_dirs()
-{
-    for (const std::string &d : made_dirs)
-        std::filesystem::remove_all(d);
+void remove_dirs() {
+    for (const std::string &d : made_dirs) std::filesystem::remove_all(d);
     made_dirs.clear();
 }
 
-void touch(const std::string &path)
-{
+void touch(const std::string &path) {
     FILE *f = fopen(path.c_str(), "w");
-    if (f)
-        fclose(f);
+    if (f) fclose(f);
 }
 
-std::string slurp(const std::string &path)
-{
+std::string slurp(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     std::stringstream ss;
     ss << in.rdbuf();
@@ -51,8 +45,7 @@ std::string slurp(const std::string &path)
 }
 
 // Runs body in a child process; its exit code 0 means every check held.
-template <class F> void in_child(F body)
-{
+template <class F> void in_child(F body) {
     pid_t pid = fork();
     if (pid == 0) {
         body();
@@ -69,10 +62,9 @@ template <class F> void in_child(F body)
 
 const char *PREFIX = R"( *\d+\.\d{6} \[ *-?\d+\] )";
 
-} // namespace
+}   // namespace
 
-TEST(Diagnostics, FirstPrefixShowsNoElapsedTime)
-{
+TEST(Diagnostics, FirstPrefixShowsNoElapsedTime) {
     IN_CHILD({
         FILE *f = tmpfile();
         PrintTM(f);
@@ -82,13 +74,13 @@ TEST(Diagnostics, FirstPrefixShowsNoElapsedTime)
         size_t n = fread(line, 1, sizeof line - 1, f);
         line[n] = 0;
         std::string text = line;
-        EXPECT_TRUE(std::regex_match(text, std::regex(R"(    0\.\d{6} \[     0\]     0\.\d{6} \[ *\d+\] )")))
+        EXPECT_TRUE(std::regex_match(
+            text, std::regex(R"(    0\.\d{6} \[     0\]     0\.\d{6} \[ *\d+\] )")))
             << text;
     });
 }
 
-TEST(Diagnostics, TraceIsSilentUntilHomeIsKnown)
-{
+TEST(Diagnostics, TraceIsSilentUntilHomeIsKnown) {
     IN_CHILD({
         V_HOME = nullptr;
         EXPECT_EQ(V_TRACE("x"), -1);
@@ -99,8 +91,7 @@ TEST(Diagnostics, TraceIsSilentUntilHomeIsKnown)
     });
 }
 
-TEST(Diagnostics, LaterMarkerWinsAndLogCarriesHeapFigures)
-{
+TEST(Diagnostics, LaterMarkerWinsAndLogCarriesHeapFigures) {
     IN_CHILD({
         std::string home = make_dir(), tmp = make_dir();
         touch(home + "/V_TRACE");
@@ -120,8 +111,7 @@ TEST(Diagnostics, LaterMarkerWinsAndLogCarriesHeapFigures)
     });
 }
 
-TEST(Diagnostics, PageTraceIsFramed)
-{
+TEST(Diagnostics, PageTraceIsFramed) {
     IN_CHILD({
         std::string home = make_dir();
         touch(home + "/V_TRACE");
@@ -137,14 +127,13 @@ TEST(Diagnostics, PageTraceIsFramed)
         buf[n] = 0;
         std::string frame = std::string("<hr><h3><pre>") + PREFIX;
         std::string text = buf;
-        EXPECT_TRUE(std::regex_match(text, std::regex(frame + "step one</pre></h3><hr>\n" +
-                                                      frame + "step two</pre></h3><hr>\n")))
+        EXPECT_TRUE(std::regex_match(text, std::regex(frame + "step one</pre></h3><hr>\n" + frame +
+                                                      "step two</pre></h3><hr>\n")))
             << text;
     });
 }
 
-TEST(Diagnostics, DebugFileAppendsAndStopsWhenSwitchedOff)
-{
+TEST(Diagnostics, DebugFileAppendsAndStopsWhenSwitchedOff) {
     IN_CHILD({
         std::string home = make_dir(), tmp = make_dir();
         touch(home + "/V_DEBUG");
@@ -161,25 +150,22 @@ TEST(Diagnostics, DebugFileAppendsAndStopsWhenSwitchedOff)
         Debug = 0;
         V_DEBUG("dropped\n");
         std::string text = slurp(path);
-        EXPECT_TRUE(std::regex_match(text, std::regex(std::string("old\n") + PREFIX +
-                                                      "<@x> a // a \n")))
+        EXPECT_TRUE(
+            std::regex_match(text, std::regex(std::string("old\n") + PREFIX + "<@x> a // a \n")))
             << text;
     });
 }
 
-TEST(Diagnostics, ErrorMessageIsCutAtItsBuffer)
-{
+TEST(Diagnostics, ErrorMessageIsCutAtItsBuffer) {
     std::string huge(20000, 'z');
     EXPECT_EXIT(
         {
-            if (freopen("/dev/null", "w", stdout))
-                ERRMSG("%s", huge.c_str());
+            if (freopen("/dev/null", "w", stdout)) ERRMSG("%s", huge.c_str());
         },
         testing::ExitedWithCode(255), "");
 }
 
-TEST(Diagnostics, DebugMarkerAloneGivesLevelOne)
-{
+TEST(Diagnostics, DebugMarkerAloneGivesLevelOne) {
     IN_CHILD({
         std::string home = make_dir(), tmp = make_dir();
         touch(home + "/V_DEBUG");
@@ -193,8 +179,7 @@ TEST(Diagnostics, DebugMarkerAloneGivesLevelOne)
 // Without a driver (hooks reset to their defaults) an error ends the
 // process with its message on standard error, and a heap trace line
 // carries no figures.
-TEST(Diagnostics, DefaultsServeWithoutADriver)
-{
+TEST(Diagnostics, DefaultsServeWithoutADriver) {
     EXPECT_EXIT(
         {
             V_set_diag_hooks({});
@@ -216,12 +201,10 @@ TEST(Diagnostics, DefaultsServeWithoutADriver)
 // The error-log line stays one line within its buffer however long the
 // page and file names and the message are, with no control byte in it,
 // and the message always finds room after the names.
-TEST(Diagnostics, LogLineIsOneBoundedLine)
-{
+TEST(Diagnostics, LogLineIsOneBoundedLine) {
     IN_CHILD({
         static std::string page(9000, 'p'), file(9000, 'f');
-        V_set_diag_hooks({nullptr, nullptr, nullptr, nullptr,
-                          [](const char **p, const char **f) {
+        V_set_diag_hooks({nullptr, nullptr, nullptr, nullptr, [](const char **p, const char **f) {
                               *p = page.c_str();
                               *f = file.c_str();
                               return 7;

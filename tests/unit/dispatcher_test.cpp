@@ -16,21 +16,18 @@
 namespace {
 
 // Dispatches one line with an empty file behind it.
-int dispatch(const char *line, int *compile, std::string *after = nullptr)
-{
+int dispatch(const char *line, int *compile, std::string *after = nullptr) {
     static char buff[V_LINE_MAX];
     V_FILE none{};
     snprintf(buff, sizeof buff, "%s", line);
     int rc = V_command(&none, buff, compile, 0);
-    if (after)
-        *after = buff;
+    if (after) *after = buff;
     return rc;
 }
 
-} // namespace
+}   // namespace
 
-TEST(Dispatcher, KeywordsMatchExactlyAndByCase)
-{
+TEST(Dispatcher, KeywordsMatchExactlyAndByCase) {
     // a word is a keyword only as written in the table
     EXPECT_EQ(V_line_role("<@IF> 1 = 1"), ROLE_UNKNOWN);
     EXPECT_EQ(V_line_role("<@If> 1 = 1"), ROLE_UNKNOWN);
@@ -42,8 +39,7 @@ TEST(Dispatcher, KeywordsMatchExactlyAndByCase)
     EXPECT_EQ(V_line_role("<@else>"), ROLE_ELSE);
 }
 
-TEST(Dispatcher, BlockEndsAreLeftToTheCaller)
-{
+TEST(Dispatcher, BlockEndsAreLeftToTheCaller) {
     int compile = 1;
     std::string after;
     EXPECT_EQ(dispatch("   <@end>\n", &compile, &after), -1);
@@ -52,9 +48,7 @@ TEST(Dispatcher, BlockEndsAreLeftToTheCaller)
     EXPECT_EQ(dispatch("<@break>\n", &compile), -1);
 }
 
-
-TEST(Dispatcher, TagNeedsItsExactSpelling)
-{
+TEST(Dispatcher, TagNeedsItsExactSpelling) {
     int compile = 1;
     // a blank inside the tag names nothing: no handler runs
     EXPECT_EQ(dispatch("<@compile x> OFF\n", &compile), -1);
@@ -68,8 +62,7 @@ TEST(Dispatcher, TagNeedsItsExactSpelling)
     EXPECT_EQ(compile, 0);
 }
 
-TEST(Dispatcher, LongNamesNeverReachAHandler)
-{
+TEST(Dispatcher, LongNamesNeverReachAHandler) {
     int compile = 1;
     std::string name30(30, 'a');
     std::string line = "<@" + name30 + ">\n";
@@ -78,9 +71,7 @@ TEST(Dispatcher, LongNamesNeverReachAHandler)
     EXPECT_EQ(dispatch(huge.c_str(), &compile), -1);
 }
 
-
-TEST(Options, NamesAndValuesAreCaseBlind)
-{
+TEST(Options, NamesAndValuesAreCaseBlind) {
     int compile = 1;
     V_sqlTRAP = 1;
     EXPECT_EQ(dispatch("<@option> SQL_TRAP OFF\n", &compile), 0);
@@ -89,10 +80,13 @@ TEST(Options, NamesAndValuesAreCaseBlind)
     EXPECT_EQ(V_sqlTRAP, 1);
 }
 
-TEST(Options, EveryOptionSetsItsFlag)
-{
+TEST(Options, EveryOptionSetsItsFlag) {
     int compile = 1;
-    struct { const char *line; int *flag; int want; } cases[] = {
+    struct {
+        const char *line;
+        int *flag;
+        int want;
+    } cases[] = {
         {"<@option> sql_names uppercase", &V_sqlcase, 1},
         {"<@option> sql_names lowercase", &V_sqlcase, 0},
         {"<@option> sql_transactions off", &V_sqlTRANS, 0},
@@ -115,8 +109,7 @@ TEST(Options, EveryOptionSetsItsFlag)
     }
 }
 
-TEST(Options, TrapFunctionKeepsCaseAndIsBounded)
-{
+TEST(Options, TrapFunctionKeepsCaseAndIsBounded) {
     int compile = 1;
     V_sqlFUNC = 0;
     EXPECT_EQ(dispatch("<@option> sql_trap function MyTrap\n", &compile), 0);
@@ -131,13 +124,10 @@ TEST(Options, TrapFunctionKeepsCaseAndIsBounded)
     EXPECT_EQ(V_sqlFUNC, 0);
 }
 
-TEST(OptionsDeathTest, UnknownOptionOrValueIsFatal)
-{
+TEST(OptionsDeathTest, UnknownOptionOrValueIsFatal) {
     int compile = 1;
-    EXPECT_EXIT(dispatch("<@option> sql_trap maybe\n", &compile),
-                testing::ExitedWithCode(255), "");
+    EXPECT_EXIT(dispatch("<@option> sql_trap maybe\n", &compile), testing::ExitedWithCode(255), "");
     EXPECT_EXIT(dispatch("<@option> sql_transactions on_transactions\n", &compile),
                 testing::ExitedWithCode(255), "");
-    EXPECT_EXIT(dispatch("<@option> colour red\n", &compile),
-                testing::ExitedWithCode(255), "");
+    EXPECT_EXIT(dispatch("<@option> colour red\n", &compile), testing::ExitedWithCode(255), "");
 }

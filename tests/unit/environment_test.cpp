@@ -4,9 +4,9 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <string>
-#include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,16 +16,13 @@
 
 namespace {
 
-std::string confine(const char *root, const char *value, int size = 500)
-{
+std::string confine(const char *root, const char *value, int size = 500) {
     char out[600];
-    if (V_confine_path(root, value, out, size))
-        return "<refused>";
+    if (V_confine_path(root, value, out, size)) return "<refused>";
     return out;
 }
 
-std::string make_site()
-{
+std::string make_site() {
     char tmpl[] = "/tmp/vorn-env-XXXXXX";
     std::string root = mkdtemp(tmpl);
     mkdir((root + "/a").c_str(), 0755);
@@ -37,27 +34,23 @@ std::string make_site()
 }
 
 // The refusal ends the process; its message is not what is checked here.
-void quiet_check(const std::string &root, const char *name)
-{
-    if (!freopen("/dev/null", "w", stdout))
-        return;
+void quiet_check(const std::string &root, const char *name) {
+    if (!freopen("/dev/null", "w", stdout)) return;
     V_check_name(root.c_str(), name);
 }
 
-} // namespace
+}   // namespace
 
-TEST(Environment, ConfineJoinsAndCollapses)
-{
+TEST(Environment, ConfineJoinsAndCollapses) {
     EXPECT_EQ(confine("/site", "a/./b//c.html"), "/site/a/b/c.html");
-    EXPECT_EQ(confine("/site", "/a/b.html"), "/site/a/b.html");       // PATH_INFO style
-    EXPECT_EQ(confine("/site", "/site/x.html"), "/site/x.html");      // already under root
+    EXPECT_EQ(confine("/site", "/a/b.html"), "/site/a/b.html");    // PATH_INFO style
+    EXPECT_EQ(confine("/site", "/site/x.html"), "/site/x.html");   // already under root
     EXPECT_EQ(confine("/site", "a/.//./b.html"), "/site/a/b.html");
     EXPECT_EQ(confine("/site/", "p.html"), "/site/p.html");
-    EXPECT_EQ(confine("/site", "a/../b.html"), "/site/a/../b.html"); // stays inside
+    EXPECT_EQ(confine("/site", "a/../b.html"), "/site/a/../b.html");   // stays inside
 }
 
-TEST(Environment, ConfineRefusesClimbingOut)
-{
+TEST(Environment, ConfineRefusesClimbingOut) {
     EXPECT_EQ(confine("/site", "../../etc/passwd"), "<refused>");
     EXPECT_EQ(confine("/site", "a/../../x"), "<refused>");
     EXPECT_EQ(confine("/site", "/site/../etc/passwd"), "<refused>");
@@ -66,16 +59,14 @@ TEST(Environment, ConfineRefusesClimbingOut)
     EXPECT_EQ(confine("/site", "/site2/x.html"), "/site/site2/x.html");
 }
 
-TEST(Environment, ConfineRefusesWhatDoesNotFit)
-{
+TEST(Environment, ConfineRefusesWhatDoesNotFit) {
     std::string long_value(495, 'x');
     EXPECT_EQ(confine("/site", long_value.c_str()), "<refused>");
     EXPECT_EQ(confine("/site", "abc", 9), "<refused>");
     EXPECT_EQ(confine("/site", "abc", 10), "/site/abc");
 }
 
-TEST(Environment, CheckNameRewritesToTheCleanPath)
-{
+TEST(Environment, CheckNameRewritesToTheCleanPath) {
     std::string root = make_site();
     ASSERT_EQ(V_put_value("V_PAGE", "a/./b//c.html", 0, 0), 0);
     ASSERT_EQ(V_add_value("V_PAGE", "second"), 0);
@@ -93,8 +84,7 @@ TEST(Environment, CheckNameRewritesToTheCleanPath)
     std::filesystem::remove_all(root);
 }
 
-TEST(Environment, CheckNameRefusalIsFatal)
-{
+TEST(Environment, CheckNameRefusalIsFatal) {
     std::string root = make_site();
     ASSERT_EQ(V_put_value("env_bad", "../../etc/passwd", 0, 0), 0);
     EXPECT_EXIT(quiet_check(root, "env_bad"), testing::ExitedWithCode(255), "");
@@ -107,8 +97,7 @@ TEST(Environment, CheckNameRefusalIsFatal)
     std::filesystem::remove_all(root);
 }
 
-TEST(Environment, HomeFallsBackToCurrentDirectory)
-{
+TEST(Environment, HomeFallsBackToCurrentDirectory) {
     for (const char *dir : {"/Vorn", "/etc/Vorn", "/opt/Vorn", "/apps/Vorn"}) {
         if (access((std::string(dir) + "/v.config").c_str(), F_OK) == 0)
             GTEST_SKIP() << "an installation exists in " << dir;
@@ -118,8 +107,8 @@ TEST(Environment, HomeFallsBackToCurrentDirectory)
             unsetenv("V_HOME");
             unsetenv("TMP_DIR");
             V_env();
-            bool ok = !strcmp(V_HOME, ".") && !strcmp(TMP_DIR, "/tmp") &&
-                      getenv("TMP_DIR") && !strcmp(getenv("TMP_DIR"), "/tmp");
+            bool ok = !strcmp(V_HOME, ".") && !strcmp(TMP_DIR, "/tmp") && getenv("TMP_DIR") &&
+                      !strcmp(getenv("TMP_DIR"), "/tmp");
             exit(ok ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");

@@ -18,22 +18,19 @@ class FormDataDecoder : public ::testing::Test {
 protected:
     std::string tmp;
 
-    void SetUp() override
-    {
+    void SetUp() override {
         char dir[] = "/tmp/vorn-mp-XXXXXX";
         tmp = mkdtemp(dir);
         setenv("TMP_DIR", tmp.c_str(), 1);
     }
-    void TearDown() override
-    {
+    void TearDown() override {
         clear();
         std::string cmd = "rm -rf " + tmp;
         (void)!system(cmd.c_str());
     }
 
     // The table's strings, freed as the interpreter never needs to.
-    static void clear()
-    {
+    static void clear() {
         for (int i = 0; i < V_ENT_MAX && ent[i].name; i++) {
             free(ent[i].name);
             free(ent[i].val);
@@ -41,8 +38,7 @@ protected:
         }
     }
 
-    int decode(const std::string &body)
-    {
+    int decode(const std::string &body) {
         clear();
         std::string path = tmp + "/body";
         std::ofstream(path, std::ios::binary) << body;
@@ -50,8 +46,7 @@ protected:
         return E_POST_parser(ent);
     }
 
-    static std::string slurp(const std::string &path)
-    {
+    static std::string slurp(const std::string &path) {
         std::ifstream f(path, std::ios::binary);
         std::stringstream s;
         s << f.rdbuf();
@@ -59,21 +54,19 @@ protected:
     }
 };
 
-std::string field(const std::string &name, const std::string &value)
-{
-    return "--XyZ\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value + "\r\n";
+std::string field(const std::string &name, const std::string &value) {
+    return "--XyZ\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value +
+           "\r\n";
 }
 
-std::string upload(const std::string &name, const std::string &file, const std::string &content)
-{
+std::string upload(const std::string &name, const std::string &file, const std::string &content) {
     return "--XyZ\r\nContent-Disposition: form-data; name=\"" + name + "\"; filename=\"" + file +
            "\"\r\nContent-Type: application/octet-stream\r\n\r\n" + content + "\r\n";
 }
 
 const std::string end = "--XyZ--\r\n";
 
-TEST_F(FormDataDecoder, FieldsKeepOrderAndBytes)
-{
+TEST_F(FormDataDecoder, FieldsKeepOrderAndBytes) {
     ASSERT_EQ(decode(field("a", "1") + field("b", "two\r\nlines") + field("c", "") + end), 0);
     EXPECT_STREQ(ent[0].name, "a");
     EXPECT_STREQ(ent[0].val, "1");
@@ -83,8 +76,7 @@ TEST_F(FormDataDecoder, FieldsKeepOrderAndBytes)
     EXPECT_EQ(ent[3].name, nullptr);
 }
 
-TEST_F(FormDataDecoder, UploadIsByteExactAndStripped)
-{
+TEST_F(FormDataDecoder, UploadIsByteExactAndStripped) {
     std::string content("\r\n\n\r--XyZ no\0bin\r\n--XyZz", 22);
     content += std::string(200000, '\xff');   // crosses the read buffer several times
     ASSERT_EQ(decode(upload("f", "C:\\docs\\a.txt", content) + field("after", "x") + end), 0);
@@ -94,8 +86,7 @@ TEST_F(FormDataDecoder, UploadIsByteExactAndStripped)
     EXPECT_STREQ(ent[1].val, "x");
 }
 
-TEST_F(FormDataDecoder, UnixPathAndEmptyFileName)
-{
+TEST_F(FormDataDecoder, UnixPathAndEmptyFileName) {
     ASSERT_EQ(decode(upload("f", "../../etc/passwd", "p") + upload("g", "", "") + end), 0);
     std::string expect = tmp + "/passwd.." + std::to_string(getpid()) + ".0";
     EXPECT_STREQ(ent[0].val, expect.c_str());
@@ -103,15 +94,14 @@ TEST_F(FormDataDecoder, UnixPathAndEmptyFileName)
     EXPECT_EQ(ent[1].val, nullptr);
 }
 
-TEST_F(FormDataDecoder, BodyCutInsideAFieldIsBroken)
-{
+TEST_F(FormDataDecoder, BodyCutInsideAFieldIsBroken) {
     EXPECT_EQ(decode(upload("f", "a.bin", "abc").substr(0, 90)), -1);
     EXPECT_STREQ(POST_errmsg, "Broken Input...");
-    EXPECT_EQ(decode("--XyZ\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\nvalue without end"), -1);
+    EXPECT_EQ(
+        decode("--XyZ\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\nvalue without end"), -1);
 }
 
-TEST_F(FormDataDecoder, PlantedLinkIsNeverWrittenThrough)
-{
+TEST_F(FormDataDecoder, PlantedLinkIsNeverWrittenThrough) {
     std::string victim = tmp + "/victim";
     std::ofstream(victim) << "keep";
     std::string planted = tmp + "/a.txt.." + std::to_string(getpid()) + ".0";
@@ -121,12 +111,12 @@ TEST_F(FormDataDecoder, PlantedLinkIsNeverWrittenThrough)
     EXPECT_EQ(slurp(victim), "keep");
 }
 
-TEST_F(FormDataDecoder, HostileShapesEndCleanly)
-{
+TEST_F(FormDataDecoder, HostileShapesEndCleanly) {
     // no boundary at all, and a 100 KB header line
     EXPECT_EQ(decode(""), 0);
     EXPECT_EQ(ent[0].name, nullptr);
-    std::string huge = "--XyZ\r\nX-Long: " + std::string(100000, 'h') + "\r\n" + field("a", "1").substr(7) + end;
+    std::string huge =
+        "--XyZ\r\nX-Long: " + std::string(100000, 'h') + "\r\n" + field("a", "1").substr(7) + end;
     EXPECT_EQ(decode(huge), 0);
     EXPECT_STREQ(ent[0].val, "1");
     // what follows a separator on its line names no field
@@ -135,4 +125,4 @@ TEST_F(FormDataDecoder, HostileShapesEndCleanly)
     EXPECT_EQ(ent[1].name, nullptr);
 }
 
-}  // namespace
+}   // namespace

@@ -49,4 +49,4 @@ TEST(Output, StreamChoice) {
     fclose(page);
 }
 
-}  // namespace
+}   // namespace

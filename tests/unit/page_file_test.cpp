@@ -13,8 +13,7 @@ namespace {
 struct MemFile {
     std::string text;
     V_FILE f{};
-    explicit MemFile(const std::string &t) : text(t)
-    {
+    explicit MemFile(const std::string &t) : text(t) {
         f.text = text.data();
         f.size = (int)text.size();
         f.offset = 0;
@@ -23,18 +22,16 @@ struct MemFile {
 };
 
 // Runs cut_cmd on first (the line already read) with the rest of the file in mem.
-std::string cut(const std::string &first, MemFile &mem)
-{
+std::string cut(const std::string &first, MemFile &mem) {
     static char buff[V_LINE_MAX];
     snprintf(buff, sizeof buff, "%s", first.c_str());
     EXPECT_EQ(cut_cmd(&mem.f, buff), 0);
     return buff;
 }
 
-} // namespace
+}   // namespace
 
-TEST(PageFile, FgetsReadsLinesKeepingNewline)
-{
+TEST(PageFile, FgetsReadsLinesKeepingNewline) {
     MemFile m("one\ntwo\nlast");
     char buf[64];
     EXPECT_EQ(V_fgets(buf, sizeof buf, &m.f), 4);
@@ -47,8 +44,7 @@ TEST(PageFile, FgetsReadsLinesKeepingNewline)
     EXPECT_STREQ(buf, "");
 }
 
-TEST(PageFile, FgetsSplitsLongLineAtBufferSize)
-{
+TEST(PageFile, FgetsSplitsLongLineAtBufferSize) {
     MemFile m("abcdefgh\n");
     char buf[4];
     EXPECT_EQ(V_fgets(buf, sizeof buf, &m.f), 3);
@@ -60,49 +56,41 @@ TEST(PageFile, FgetsSplitsLongLineAtBufferSize)
     EXPECT_EQ(m.f.offset, m.f.size);
 }
 
-
-TEST(PageFile, CommentOpenerAloneDoesNotCloseItself)
-{
+TEST(PageFile, CommentOpenerAloneDoesNotCloseItself) {
     MemFile m("rest\n");
     EXPECT_EQ(cut("a<@--@>b\n", m), "a");
 }
 
-TEST(PageFile, ContinuationJoinsWithAuthorsBlank)
-{
+TEST(PageFile, ContinuationJoinsWithAuthorsBlank) {
     MemFile m("&& $(b) == 2\nnext\n");
     EXPECT_EQ(cut("<@if> $(a) == 1 \\\n", m), "<@if> $(a) == 1 && $(b) == 2");
     EXPECT_EQ(m.rest(), "next\n");
 }
 
-TEST(PageFile, ContinuationWithoutBlankGluesWords)
-{
+TEST(PageFile, ContinuationWithoutBlankGluesWords) {
     MemFile m("def\n");
     EXPECT_EQ(cut("<@set> x abc\\\n", m), "<@set> x abcdef");
 }
 
-TEST(PageFile, LaterBackslashesBecomeBlanks)
-{
+TEST(PageFile, LaterBackslashesBecomeBlanks) {
     MemFile m("  b\\\nc\t\\\nd\nnext\n");
     EXPECT_EQ(cut("<@set> v a\\\n", m), "<@set> v a  b c  d");
     EXPECT_EQ(m.rest(), "next\n");
 }
 
-TEST(PageFile, ContinuationLineCommentsAndEndOfFile)
-{
+TEST(PageFile, ContinuationLineCommentsAndEndOfFile) {
     MemFile m("b <@-- c\n --@>d\\\n");
     EXPECT_EQ(cut("<@set> v a\\\n", m), "<@set> v ab d ");
     EXPECT_EQ(m.f.offset, m.f.size);
 }
 
-TEST(PageFile, TextLineBackslashIsNoContinuation)
-{
+TEST(PageFile, TextLineBackslashIsNoContinuation) {
     MemFile m("next\n");
     EXPECT_EQ(cut("text \\\n", m), "text \\\n");
     EXPECT_EQ(m.f.offset, 0);
 }
 
-TEST(PageFile, CommentNearBufferEndStaysInBounds)
-{
+TEST(PageFile, CommentNearBufferEndStaysInBounds) {
     // the comment opens at the last position that holds it; the following
     // lines are read in small pieces and never written past the buffer
     std::string first(V_LINE_MAX - 5, 'x');
@@ -113,8 +101,7 @@ TEST(PageFile, CommentNearBufferEndStaysInBounds)
     EXPECT_EQ(m.rest(), "\nafter\n");
 }
 
-TEST(PageFile, ContinuationUpToLimitIsKept)
-{
+TEST(PageFile, ContinuationUpToLimitIsKept) {
     // 8191 bytes in all is still accepted
     std::string first = "<@set> v " + std::string(V_LINE_MAX - 1 - 9 - 200, 'a') + "\\\n";
     MemFile m(std::string(200, 'b') + "\n");
@@ -123,12 +110,10 @@ TEST(PageFile, ContinuationUpToLimitIsKept)
     EXPECT_EQ(out.back(), 'b');
 }
 
-TEST(PageFileDeathTest, ContinuationOverLimitIsFatal)
-{
+TEST(PageFileDeathTest, ContinuationOverLimitIsFatal) {
     std::string first = "<@set> v " + std::string(V_LINE_MAX - 1 - 9 - 100, 'a') + "\\\n";
     std::string more;
-    for (int i = 0; i < 5; i++)
-        more += std::string(250, 'b') + "\\\n";
+    for (int i = 0; i < 5; i++) more += std::string(250, 'b') + "\\\n";
     more += "end\n";
     EXPECT_EXIT(
         {

@@ -9,9 +9,9 @@
 #include <unistd.h>
 
 #include "base/directories.h"
-#include "values/block_heap.h"
 #include "db/engine.h"
 #include "db/session.h"
+#include "values/block_heap.h"
 
 namespace {
 
@@ -46,14 +46,17 @@ struct SessionTest : ::testing::Test {
     int fetch(const char *cid, V_val *val, int *numb) {
         return V_select_sql(V_SQL_FETCH, cid, nullptr, hp, numb, val);
     }
-    void close(const char *cid) { V_select_sql(V_SQL_CLOSE, cid, nullptr, nullptr, nullptr, nullptr); }
+    void close(const char *cid) {
+        V_select_sql(V_SQL_CLOSE, cid, nullptr, nullptr, nullptr, nullptr);
+    }
     // Counts rows of t through a second, independent connection.
     int count_outside() {
         sqlite3 *other = nullptr;
         int n = -1;
         if (sqlite3_open(db.c_str(), &other) == SQLITE_OK) {
             sqlite3_stmt *st = nullptr;
-            if (sqlite3_prepare_v2(other, "select count(*) from t", -1, &st, nullptr) == SQLITE_OK &&
+            if (sqlite3_prepare_v2(other, "select count(*) from t", -1, &st, nullptr) ==
+                    SQLITE_OK &&
                 sqlite3_step(st) == SQLITE_ROW)
                 n = sqlite3_column_int(st, 0);
             sqlite3_finalize(st);
@@ -240,4 +243,4 @@ TEST(SessionEngine, SessionErrorKeepsTheFirstLineBounded) {
     EXPECT_STREQ(buf, "");
 }
 
-}  // namespace
+}   // namespace

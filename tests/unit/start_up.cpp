@@ -13,4 +13,4 @@ struct StartUp : testing::Environment {
 
 testing::Environment *const start_up = testing::AddGlobalTestEnvironment(new StartUp);
 
-}  // namespace
+}   // namespace

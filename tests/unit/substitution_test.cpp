@@ -32,7 +32,9 @@ std::string tv(const char *ref) {
     return buff;
 }
 
-void put(const char *name, const char *value) { ASSERT_EQ(V_put_value(name, value, 0, 0), 0); }
+void put(const char *name, const char *value) {
+    ASSERT_EQ(V_put_value(name, value, 0, 0), 0);
+}
 
 TEST(Substitution, LiteralModesAndEmptyLines) {
     put("st_v", "val\xE9");
@@ -168,8 +170,8 @@ TEST(Substitution, InstalledRowsResolveAfterTheOwnNames) {
     EXPECT_EQ(tv("cut:3:up:abc"), "<ab");
     EXPECT_EQ(tv("upper:up"), "TEXT");   // the value layer's own name wins
     V_set_value_rows(nullptr);
-    EXPECT_EQ(tv("UP"), "");             // no table: a variable, here unset
+    EXPECT_EQ(tv("UP"), "");   // no table: a variable, here unset
     V_set_value_rows(v_INTERP_VALUES);
 }
 
-}  // namespace
+}   // namespace

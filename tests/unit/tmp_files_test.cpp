@@ -18,16 +18,14 @@ class TmpFiles : public ::testing::Test {
 protected:
     std::string dir;
 
-    void SetUp() override
-    {
+    void SetUp() override {
         char tmpl[] = "/tmp/vorn-tmpf-XXXXXX";
         dir = mkdtemp(tmpl);
     }
     void TearDown() override { std::filesystem::remove_all(dir); }
 };
 
-TEST_F(TmpFiles, NewFileIsOursAloneWhateverTheUmask)
-{
+TEST_F(TmpFiles, NewFileIsOursAloneWhateverTheUmask) {
     mode_t old = umask(0);
     FILE *f = V_open_tmp((dir + "/V_LOG.1").c_str(), TmpOpen::Truncate);
     umask(old);
@@ -38,8 +36,7 @@ TEST_F(TmpFiles, NewFileIsOursAloneWhateverTheUmask)
     fclose(f);
 }
 
-TEST_F(TmpFiles, FileOfAnotherUserIsNeitherCutNorWritten)
-{
+TEST_F(TmpFiles, FileOfAnotherUserIsNeitherCutNorWritten) {
     // another user's file, open to all, planted under our name: writing our
     // trace there would hand it to that user
     std::string path = dir + "/V_LOG.1";
@@ -58,4 +55,4 @@ TEST_F(TmpFiles, FileOfAnotherUserIsNeitherCutNorWritten)
     EXPECT_EQ(std::filesystem::file_size(path), 7u);
 }
 
-} // namespace
+}   // namespace

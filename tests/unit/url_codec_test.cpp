@@ -113,7 +113,8 @@ TEST(UrlCodec, ShellEscapeIsBounded) {
     // Every cut ends after a whole unit: no lone backslash, no open quote.
     const std::string units[] = {"", "a", "a\\;", "a\\;'\n'", "a\\;'\n\xe9'", "a\\;'\n\xe9'b"};
     for (int size = 1; size <= 12; size++) {
-        char text[16] = "a;\n\xe9" "b";
+        char text[16] = "a;\n\xe9"
+                        "b";
         escape_shell_cmd(text, size);
         std::string longest;
         for (const std::string &u : units)
@@ -136,4 +137,4 @@ TEST(UrlCodec, StripNameKeepsTheFileName) {
     EXPECT_STREQ(rooted, "y.txt");
 }
 
-}  // namespace
+}   // namespace

@@ -39,8 +39,8 @@ void expect_entry(int i, const char *name, const char *val) {
 // A clean CGI environment for each test.
 struct Request : testing::Test {
     void SetUp() override {
-        for (const char *v : {"REQUEST_METHOD", "QUERY_STRING", "PATH_INFO", "CONTENT_TYPE",
-                              "CONTENT_LENGTH"})
+        for (const char *v :
+             {"REQUEST_METHOD", "QUERY_STRING", "PATH_INFO", "CONTENT_TYPE", "CONTENT_LENGTH"})
             unsetenv(v);
         clear_table();
     }
@@ -125,4 +125,4 @@ TEST_F(UrlencodedTest, PostReadsOnlyTheDeclaredLength) {
     EXPECT_EQ(fgetc(stdin), '=');   // the rest is left unread
 }
 
-}  // namespace
+}   // namespace

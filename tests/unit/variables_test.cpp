@@ -138,4 +138,4 @@ TEST(Variables, ScanListsLeftThenRightThenNode) {
     V_heap_free(hp);
 }
 
-}  // namespace
+}   // namespace

@@ -161,7 +161,7 @@ TEST(Wildcard, AlphabetLayout) {
     EXPECT_EQ(rank(0xE1), 127);
     EXPECT_EQ(rank(0xAE), 152);   // hard sign, upper case
     EXPECT_EQ(rank(0xF1), 157);
-    EXPECT_EQ(rank(0xE8), 0);     // absent upper-case letter
+    EXPECT_EQ(rank(0xE8), 0);   // absent upper-case letter
     EXPECT_EQ(rank(0xFF), 0);
 }
 
@@ -172,7 +172,7 @@ TEST(Wildcard, SymcmpComparesRanksUpToN) {
     EXPECT_EQ(vp_SYMcmp("ab", "ac", -5), 0);
     EXPECT_EQ(vp_SYMcmp("a", "a", 10), 0);   // stops at the end of a
     EXPECT_LT(vp_SYMcmp("", "a", 3), 0);
-    EXPECT_EQ(vp_SYMcmp("_", "\x7f", 1), 0);  // both unranked
+    EXPECT_EQ(vp_SYMcmp("_", "\x7f", 1), 0);   // both unranked
     // Collation order, not code order: C0 comes after D8 in the alphabet.
     EXPECT_GT(vp_SYMcmp("\xC0", "\xD8", 1), 0);
 }
@@ -180,10 +180,8 @@ TEST(Wildcard, SymcmpComparesRanksUpToN) {
 TEST(Wildcard, RussianRangeFollowsAlphabet) {
     PATTnode *p = kor_LOADpatt("[\xC1-\xD1]");
     const char *lower = (const char *)SYMalphabet + 94;
-    for (int i = 0; i < 32; i++)
-        EXPECT_EQ(kor_ORpatt(p, (unsigned char)lower[i]), 0) << i;
-    for (int i = 0; i < 31; i++)
-        EXPECT_EQ(kor_ORpatt(p, (unsigned char)lower[32 + i]), -1) << i;
+    for (int i = 0; i < 32; i++) EXPECT_EQ(kor_ORpatt(p, (unsigned char)lower[i]), 0) << i;
+    for (int i = 0; i < 31; i++) EXPECT_EQ(kor_ORpatt(p, (unsigned char)lower[32 + i]), -1) << i;
     EXPECT_EQ(kor_ORpatt(p, 0xDF), -1);
     EXPECT_EQ(kor_ORpatt(p, 'z'), -1);
     // A signed char from the caller is the same byte.
@@ -288,8 +286,8 @@ TEST(Wildcard, StarsAndBangsStayPolynomial) {
 
 TEST(Wildcard, TableAgreesWithBacktracking) {
     // Pattern pieces: every element kind, escapes, sets and their odd forms.
-    const char *pieces[] = {"*", "*", "!", "!", "?", "a", "b", "_", "\\*", "\\?", "\\",
-                            "[ab]", "[^a]", "[a-b]", "[^_-a]", "[]", "[a", "-", "^"};
+    const char *pieces[] = {"*",  "*",    "!",    "!",     "?",      "a",  "b",  "_", "\\*", "\\?",
+                            "\\", "[ab]", "[^a]", "[a-b]", "[^_-a]", "[]", "[a", "-", "^"};
     const char letters[] = "ab_*?\\-";
     std::mt19937 rng(20240611);
     int matched = 0;
@@ -333,4 +331,4 @@ TEST(Wildcard, HostileLongPatterns) {
     kor_FREEpatt(p);
 }
 
-}  // namespace
+}   // namespace
