@@ -12,7 +12,7 @@
 #include "db/session.h"
 #include "driver/diagnostics.h"
 #include "driver/environment.h"
-#include "form/multipart.h"
+#include "form/form_data.h"
 #include "form/urlencoded.h"
 #include "interp/cookies.h"
 #include "interp/headers.h"

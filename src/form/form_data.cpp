@@ -1,6 +1,6 @@
 // Decoding of multipart/form-data POST bodies: fields into the form table,
 // uploads written byte-exact to files of their own in the temporary directory.
-#include "form/multipart.h"
+#include "form/form_data.h"
 
 #include <cerrno>
 #include <climits>

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "form/multipart.h"
+#include "form/form_data.h"
 #include "form/urlencoded.h"
 #include "harness.h"
 
@@ -34,7 +34,7 @@ void remove_scratch() {
 }   // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    char dir[] = "/tmp/vorn-fuzz-multipart.XXXXXX";
+    char dir[] = "/tmp/vorn-fuzz-form-data.XXXXXX";
     if (!mkdtemp(dir)) abort();
     scratch = dir;
     setenv("TMP_DIR", dir, 1);

@@ -9,7 +9,7 @@
 #include <string>
 #include <unistd.h>
 
-#include "form/multipart.h"
+#include "form/form_data.h"
 #include "form/urlencoded.h"
 
 namespace {
