@@ -173,8 +173,9 @@ void V_output_fault() {
     memcpy(tail, hold + piece_end, rest);
     for (size_t sent = 0; sent < piece_end;) {
         ssize_t n = write(STDOUT_FILENO, hold + sent, piece_end - sent);
-        if (n <= 0 && errno != EINTR) break;
-        if (n > 0) sent += (size_t)n;
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;   // the reader is gone: nothing more can be sent
+        sent += (size_t)n;
     }
     // Held as before, should the process go on (a blocked signal)
     __fpurge(stdout);

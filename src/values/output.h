@@ -8,7 +8,7 @@
 
 extern int HTML;          // [1] Latin-1 letters written as entities
 extern int V_len;         // [-1] length limit of the next written value
-extern int DO_fflush;     // [0 in a <@file> block] a written piece is flushed or timed
+extern int DO_fflush;     // [1] a written piece is sent (0 in a <@file> block)
 extern int IgnoreEmpty;   // [1] lines left empty by commands are dropped
 extern FILE *V_stdout;    // output of a <@file>/<@xfile> block; wins over V_fp
 extern FILE *V_fp;        // page output stream; null means standard output
@@ -28,7 +28,7 @@ int transvalue(const char *value, char *buff);
 void V_output_start();
 // What a flush point sends besides the held response.
 enum class Flush {
-    Response,   // nothing else: a wait, a read, a fault, the exit
+    Response,   // nothing else: a wait, a read, an error, the exit
     Handover,   // the current <@file>/<@xfile> stream too: a child may use it
     Fork,       // every stream, so that no held byte is written by both processes
 };
