@@ -1,5 +1,7 @@
 // The database session: engine choice and connect, Oracle-style transactions
-// over any engine, statements without rows, and the ten cursor slots.
+// over any engine, statements without rows, and the ten cursor slots. Every
+// entry may wait on the engine (a server, a lock), so each first sends the
+// page output held for the response.
 #include "db/session.h"
 
 #include <cctype>
@@ -11,6 +13,7 @@
 #include "db/engine.h"
 #include "driver/diagnostics.h"
 #include "values/block_heap.h"
+#include "values/output.h"
 
 V_CURSOR v_CUR[V_MAX_CURSORS];
 
@@ -338,6 +341,7 @@ int V_database(const char *dbname, const char *user, const char *passwd) {
         snprintf(connect + used, sizeof connect - used, "@%s", dbname);
     }
     V_TRACE("V_database: CONNECT \"%s\"", connect);
+    V_flush_output();
     if (engine) V_finish();
 
     const V_ENGINE *eng = nullptr;
@@ -359,6 +363,7 @@ int V_database(const char *dbname, const char *user, const char *passwd) {
 
 void V_finish() {
     V_TRACE("V_finish: COMMIT WORK RELEASE");
+    V_flush_output();
     for (V_CURSOR &cur : v_CUR)
         if (cur.sp) release_slot(&cur);
     if (!engine) return;
@@ -373,6 +378,7 @@ void V_finish() {
 int V_noselect_sql(char *query, int *, V_val *) {
     if (!query) return -1;
     V_TRACE("V_noselect_sql: QUERY: %s", query);
+    V_flush_output();
     cut_semicolon(query);
     if (run_statement(query) < 0) {
         V_TRACE("### ERROR: %d", -1);
@@ -393,6 +399,7 @@ int get_cursor(const char *cid) {
 
 int V_select_sql(int cmd, const char *cid, char *query, V_heap *dalloc, int *numb, V_val *val) {
     V_TRACE("V_select_sql: cursor: %s cmd: %d ", cid ? cid : "", cmd);
+    V_flush_output();
     int slot = get_cursor(cid);
     if (slot < 0 || slot >= V_MAX_CURSORS) {
         V_TRACE("V_select_sql: ### Invalid Cursor ID: %d ", slot);

@@ -38,14 +38,18 @@ FILE *standard_output() {
 
 void no_heap_figures(FILE *) {}
 
+void flush_standard_output() {
+    fflush(stdout);
+}
+
 int nowhere(const char **page, const char **file) {
     *page = nullptr;
     *file = nullptr;
     return 0;
 }
 
-V_DIAG_HOOKS hooks = {error_to_stderr, nothing_before_exit, standard_output, no_heap_figures,
-                      nowhere};
+V_DIAG_HOOKS hooks = {error_to_stderr, nothing_before_exit,  standard_output, no_heap_figures,
+                      nowhere,         flush_standard_output};
 
 constexpr int NAME_ROOM = 400;                   // of a page or file name in a log line
 constexpr int LOG_LINE = V_ERRMSG_SIZE + 1024;   // a message and where it came from
@@ -123,6 +127,7 @@ void V_set_diag_hooks(const V_DIAG_HOOKS &installed) {
     hooks.page_out = installed.page_out ? installed.page_out : standard_output;
     hooks.heap_figures = installed.heap_figures ? installed.heap_figures : no_heap_figures;
     hooks.position = installed.position ? installed.position : nowhere;
+    hooks.send_output = installed.send_output ? installed.send_output : flush_standard_output;
 }
 
 // "2025-06-01 10:00:00 vorn[812]: PAGE:LINE: message" when the line is the
@@ -158,6 +163,7 @@ void V_log_error(const char *message) {
     add("%s", message);
     blank_controls(line);
     while (used && line[used - 1] == ' ') line[--used] = 0;
+    hooks.send_output();
     fprintf(stderr, "%s\n", line);
     fflush(stderr);
 }
@@ -247,7 +253,7 @@ void V_exit(int code) {
     V_TRACE("V_exit( %d );", code);
     hooks.before_exit();
     V_TRACE("V_exit: exit...");
-    fflush(stdout);
+    hooks.send_output();
     // A fatal end (-2) shows to the parent as 255.
     exit(code == -2 ? 255 : code);
 }

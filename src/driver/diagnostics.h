@@ -23,6 +23,10 @@ struct V_DIAG_HOOKS {
     // line being run (*file null and 0 when no line has run). *page null
     // when no page is known yet. Default: nothing known.
     int (*position)(const char **page, const char **file);
+    // Sends the page output held for standard output, before a log line
+    // (so that a terminal shows both in the order they were made) and at
+    // the exit. Default: standard output flushed.
+    void (*send_output)();
 };
 void V_set_diag_hooks(const V_DIAG_HOOKS &hooks);
 
@@ -46,6 +50,6 @@ void V_log_error(const char *message);
 int V_TRACE(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 void V_DEBUG(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 void PrintTM(FILE *fp);
-// Ends the process: the before_exit hook, standard output flushed, then
+// Ends the process: the before_exit hook, the held output sent, then
 // exit with code (a fatal end, -2, shows to the parent as 255).
 [[noreturn]] void V_exit(int code);

@@ -67,6 +67,8 @@ bool page_sends_headers(const char *page) {
 // with parameters (a charset) is compared exactly and so goes multipart.
 void decode_post() {
     const char *type = getenv("CONTENT_TYPE");
+    // the body may be slow to come: nothing held waits for it
+    V_flush_output();
     int rc;
     if (type && !strcmp(type, "application/x-www-form-urlencoded"))
         rc = POST_parser(ent);
@@ -206,14 +208,20 @@ int page_position(const char **page, const char **file) {
     return V_reading_line(file);
 }
 
+void send_held_output() {
+    V_flush_output();
+}
+
 }   // namespace
 
 void V_install_hooks() {
-    V_set_diag_hooks({show_error_page, end_request, V_out, V_heap_figures, page_position});
+    V_set_diag_hooks(
+        {show_error_page, end_request, V_out, V_heap_figures, page_position, send_held_output});
     V_set_value_rows(v_INTERP_VALUES);
 }
 
 int V_main(int argc, char **argv) {
+    V_output_start();
     Trace = 0;
     V_start();
     V_TRACE("==> Vorn: started...");

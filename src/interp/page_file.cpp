@@ -48,7 +48,6 @@ void *page_alloc(size_t size) {
     fprintf(out, "<hr><h1> %s", label);
     V_write_escaped(out, fname);
     fputs(" </h1><hr>\n", out);
-    V_fflush(out);
     V_exit(-2);
 }
 
@@ -116,10 +115,6 @@ void run_lines(V_FILE *fp, int compile) {
 }
 
 }   // namespace
-
-void V_fflush(FILE *fp) {
-    if (DO_fflush && fp) fflush(fp);
-}
 
 int V_printfile(const char *fname, int compile) {
     V_TRACE("V_printfile: %s compile: %d level: %d\n", fname, compile, level);

@@ -12,4 +12,3 @@ int V_printfile(const char *fname, int compile);
 const char *V_page_text(const char *fname);
 int V_include(char *buff, int compile, int ignore);
 int V_quit(char *buff, int compile, int ignore);
-void V_fflush(FILE *fp);

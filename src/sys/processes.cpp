@@ -41,6 +41,8 @@ int pause_command(char *buff, int compile, int ignore, const char *tag, bool mic
     if (go <= 0) return go;
     int n = leading_count(text);
     if (n < 1) return 0;
+    // what the page wrote is not held while it waits
+    V_flush_output();
     if (micro)
         usleep((useconds_t)n);
     else
@@ -59,7 +61,7 @@ int V_shell(char *buff, int compile, int ignore) {
     // the command writes to our standard output: the header block and what
     // the page wrote so far must reach it first
     V_response_settle();
-    fflush(V_out());
+    V_flush_output(Flush::Handover);
     if (system(cmd) == -1) ERRMSG("Cannot run SHELL: %s \n", cmd);
     return 0;
 }
@@ -70,10 +72,10 @@ int V_fork(char *buff, int compile, int ignore) {
     if (go <= 0) return go;
     char name[sizeof text];
     V_arg_string(text, name);
-    // the output buffered at this moment is written by both processes, as a
-    // page that forks expects from stdio; a deferred header block is ended
-    // first, or both would end it
+    // a deferred header block is ended first, or both would end it; then
+    // every held byte is sent, or both processes would write it
     V_response_settle();
+    V_flush_output(Flush::Fork);
     char pid[20];
     snprintf(pid, sizeof pid, "%d", (int)fork());
     return V_put_value(name, pid, 0, 0);

@@ -27,6 +27,7 @@ constexpr int FPUTS_AREA = V_LINE_MAX;
 
 struct V_OPEN {
     FILE *fp;
+    bool pipe;   // a command at the other end
     char name[V_OPEN_NAME];
 };
 
@@ -102,8 +103,9 @@ V_OPEN *free_slot() {
     return nullptr;
 }
 
-void register_stream(V_OPEN *slot, FILE *fp, const char *name) {
+void register_stream(V_OPEN *slot, FILE *fp, const char *name, bool pipe) {
     slot->fp = fp;
+    slot->pipe = pipe;
     snprintf(slot->name, sizeof slot->name, "%s", name);
 }
 
@@ -121,14 +123,14 @@ int open_command(char *buff, int compile, int ignore, bool pipe) {
     // pages flush what they wrote before a command they start may write too
     if (pipe) {
         V_response_settle();
-        fflush(V_out());
+        V_flush_output(Flush::Handover);
     }
     FILE *fp = pipe ? popen(path, mode) : fopen(path, mode);
     if (!fp) {
         set_status(status, false);
         return 0;
     }
-    register_stream(slot, fp, name);
+    register_stream(slot, fp, name, pipe);
     set_status(status, true);
     return 0;
 }
@@ -144,6 +146,8 @@ int close_command(char *buff, int compile, int ignore, bool pipe) {
         return 0;
     }
     forget_output(slot->fp);
+    // the command may still write to our standard output before it ends
+    if (slot->pipe) V_flush_output();
     if (pipe)
         pclose(slot->fp);   // the command's exit status is not looked at
     else
@@ -204,11 +208,15 @@ int V_io_fgets(char *buff, int compile, int ignore) {
     long size = strtol(a.word[2], nullptr, 10);
     if (size > V_LINE_MAX - 1) size = V_LINE_MAX - 1;
     FILE *fp = nullptr;
+    bool waits = false;   // on the request's sender or on a command
     if (strcmp(a.word[0], "stdin") == 0) {
         fp = stdin;
+        waits = true;
     } else if (V_OPEN *slot = find_stream(a.word[0])) {
         fp = slot->fp;
+        waits = slot->pipe;
     }
+    if (waits) V_flush_output();
     char line[V_LINE_MAX];
     // a read length below 2 leaves no room for a character: nothing is read
     if (!fp || size < 2 || !fgets(line, (int)size, fp)) {
@@ -233,10 +241,14 @@ int V_io_fputs(char *buff, int compile, int ignore) {
     if (strcmp(a.word[0], "stdout") == 0) {
         V_response_settle();   // the text is page output
         fp = stdout;
-    } else if (strcmp(a.word[0], "stderr") == 0)
+    } else if (strcmp(a.word[0], "stderr") == 0) {
+        V_flush_output();   // a terminal shows both in the order written
         fp = stderr;
-    else if (V_OPEN *slot = find_stream(a.word[0]))
+    } else if (V_OPEN *slot = find_stream(a.word[0])) {
         fp = slot->fp;
+        // the command may answer on our standard output
+        if (slot->pipe) V_flush_output();
+    }
     set_status(a.word[2], fp && fputs(a.word[1], fp) >= 0);
     return 0;
 }
@@ -283,7 +295,7 @@ int V_xFile(V_FILE *page, char *buff, int compile, int ignore) {
     } else if (V_OPEN *slot = free_slot()) {
         fp = fopen(path, "a");
         if (fp)
-            register_stream(slot, fp, path);
+            register_stream(slot, fp, path, false);
         else
             ERRMSG("V_xfile: Cannot open file: {%s} \n", text);
     } else {

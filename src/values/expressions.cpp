@@ -11,6 +11,8 @@
 #include <cstring>
 #include <limits>
 
+#include "values/output.h"
+
 namespace {
 
 // Which member is live is decided per evaluation by EXPR_FLOAT, never per value.
@@ -151,6 +153,9 @@ bool is_binary_op(const ExprToken &tok) {
 // is restored first so the process ends by the signal even where a
 // handler (a sanitizer's) was installed.
 int64_t divide_fault() {
+    // the signal ends the process without stdio's exit: what the page
+    // wrote before the fault is sent first
+    V_output_fault();
     signal(SIGFPE, SIG_DFL);
     raise(SIGFPE);
     return 0;

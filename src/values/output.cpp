@@ -1,8 +1,16 @@
 // Output of page text and values: the current stream, the Latin-1 entity
-// table and its byte look-up, the value length cut and flushing.
+// table and its byte look-up, the value length cut, and the hold buffer of
+// the response. Sending after every piece cost a write call per line and
+// value; held bytes keep their order because every writer goes through the
+// one stdio stream, and the flush points send them before any other process
+// can write to the same descriptor.
 #include "values/output.h"
 
+#include <cerrno>
 #include <cstring>
+#include <ctime>
+#include <stdio_ext.h>
+#include <unistd.h>
 
 #include "values/response.h"
 
@@ -73,6 +81,31 @@ const HTML_code HTML_tab[] = {
 
 namespace {
 
+constexpr size_t HOLD_SIZE = 64 * 1024;   // the pipe's usual capacity
+constexpr long SEND_INTERVAL_NS = 50L * 1000 * 1000;
+
+char hold[HOLD_SIZE];
+bool holding;   // stdout runs on hold (not in unit tests or a page check)
+// When the response was last sent; zero, so the first piece goes at once.
+timespec last_send;
+// How many of the held bytes end with a finished piece: what flushing after
+// every piece would have sent by now.
+size_t piece_end;
+
+// The coarse clock is read without a system call: cheap enough per piece.
+timespec now() {
+    timespec t{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &t);
+    return t;
+}
+
+bool interval_passed() {
+    timespec t = now();
+    long long ns =
+        (long long)(t.tv_sec - last_send.tv_sec) * 1000000000LL + (t.tv_nsec - last_send.tv_nsec);
+    return ns >= SEND_INTERVAL_NS;
+}
+
 const char *const *entities() {
     static const char *table[256];
     static bool built = false;
@@ -100,6 +133,56 @@ void write_encoded(FILE *fp, const char *text, size_t n) {
 
 }   // namespace
 
+void V_output_start() {
+    holding = setvbuf(stdout, hold, _IOFBF, sizeof hold) == 0;
+}
+
+void V_flush_output(Flush what) {
+    if (what == Flush::Fork) {
+        fflush(nullptr);
+    } else {
+        FILE *page = V_stdout ? V_stdout : V_fp;
+        if (what == Flush::Handover && page) fflush(page);
+        fflush(stdout);
+    }
+    last_send = now();
+    piece_end = 0;
+}
+
+void V_piece_written(FILE *fp) {
+    if (fp != stdout) {
+        fflush(fp);
+        return;
+    }
+    if (interval_passed()) V_flush_output();
+    piece_end = __fpending(stdout);
+}
+
+// stdio keeps the held bytes from the start of its buffer, which is ours.
+// Fewer held bytes than the mark mean the buffer filled and went out since:
+// the finished pieces have been sent with it.
+void V_output_fault() {
+    size_t held = __fpending(stdout);
+    if (!holding || held > sizeof hold) {
+        V_flush_output();
+        return;
+    }
+    if (held < piece_end) return;
+    static char tail[HOLD_SIZE];
+    size_t rest = held - piece_end;
+    memcpy(tail, hold + piece_end, rest);
+    for (size_t sent = 0; sent < piece_end;) {
+        ssize_t n = write(STDOUT_FILENO, hold + sent, piece_end - sent);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;   // the reader is gone: nothing more can be sent
+        sent += (size_t)n;
+    }
+    // Held as before, should the process go on (a blocked signal)
+    __fpurge(stdout);
+    fwrite(tail, 1, rest, stdout);
+    piece_end = 0;
+}
+
 FILE *V_out() {
     if (V_stdout) return V_stdout;
     if (V_fp) return V_fp;
@@ -124,7 +207,7 @@ int transvalue(const char *value, char *buff) {
         write_encoded(fp, value, n);
     else
         fwrite(value, 1, n, fp);
-    if (DO_fflush) fflush(fp);
+    if (DO_fflush) V_piece_written(fp);
     return V_len;
 }
 

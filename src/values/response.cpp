@@ -163,9 +163,9 @@ void V_response_end() {
     }
     printf("\r\n\r\n<!-- %s page interpreter -->\n\n", V_BANNER);
     // A field cut while the body was decoded is reported only here, in the
-    // page: earlier text would have broken the header block.
+    // page: earlier text would have broken the header block. The block is
+    // held with the page output and sent with it.
     fmakeword_warning(stdout);
-    fflush(stdout);
 }
 
 void V_response_line(const char *line) {

@@ -631,7 +631,7 @@ void V_transline_n(const char *line, char *buff, int size, int compile) {
         if (!*end) break;
         p = end + 1;
     }
-    if (!buff && DO_fflush) fflush(V_out());
+    if (!buff && DO_fflush) V_piece_written(V_out());
 }
 
 void V_set_value_rows(const V_VALUE_ROW *rows) {

@@ -204,11 +204,13 @@ TEST(Diagnostics, DefaultsServeWithoutADriver) {
 TEST(Diagnostics, LogLineIsOneBoundedLine) {
     IN_CHILD({
         static std::string page(9000, 'p'), file(9000, 'f');
-        V_set_diag_hooks({nullptr, nullptr, nullptr, nullptr, [](const char **p, const char **f) {
+        V_set_diag_hooks({nullptr, nullptr, nullptr, nullptr,
+                          [](const char **p, const char **f) {
                               *p = page.c_str();
                               *f = file.c_str();
                               return 7;
-                          }});
+                          },
+                          nullptr});
         std::string dir = make_dir(), path = dir + "/stderr";
         ASSERT_TRUE(freopen(path.c_str(), "w", stderr));
         V_log_error((" first\r\nsecond\x1b[2J" + std::string(9000, 'm') + "\n").c_str());
