@@ -399,12 +399,17 @@ int get_cursor(const char *cid) {
 
 int V_select_sql(int cmd, const char *cid, char *query, V_heap *dalloc, int *numb, V_val *val) {
     V_TRACE("V_select_sql: cursor: %s cmd: %d ", cid ? cid : "", cmd);
-    V_flush_output();
     int slot = get_cursor(cid);
     if (slot < 0 || slot >= V_MAX_CURSORS) {
         V_TRACE("V_select_sql: ### Invalid Cursor ID: %d ", slot);
         return -1;
     }
+    // The engine does a query's work on opening it and on its first row;
+    // later rows come at once, so they leave the output to the interval
+    // instead of costing a write call per row.
+    static bool stepped[V_MAX_CURSORS];
+    if (cmd != V_SQL_FETCH || !stepped[slot]) V_flush_output();
+    stepped[slot] = cmd == V_SQL_FETCH;
     switch (cmd) {
     case V_SQL_OPEN: return select_open(slot, cid ? cid : "", query);
     case V_SQL_FETCH:
