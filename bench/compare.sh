@@ -4,7 +4,8 @@
 # pipe: a small page (10 lines, 3 query values), an include-heavy page (20
 # parts), a 1 MB static page, the loop page and the rows page (100,000
 # SQLite rows). Prints per page the medians of CPU and wall time, the ratios
-# Vorn/C and Vorn/php-cgi, and each program's peak memory.
+# Vorn/C and Vorn/php-cgi, and each program's peak memory; after the table,
+# the same hello linked dynamically (libc, libm) as a floor for the small page.
 #
 # Usage: bench/compare.sh [--vorn PATH] [--quick] [--markdown] [--pages a,b]
 #   --vorn PATH   time this binary instead of building build-bench/ (Release)
@@ -65,6 +66,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT INT TERM
 mkdir -p "$work/site/inc" "$work/home" "$work/tmp"
 gcc -O2 -static -o "$work/hello" "$here/hello.c"
+gcc -O2 -o "$work/hello-dynamic" "$here/hello.c" -Wl,--no-as-needed -lm
 gcc -O2 -static -o "$work/spawn" "$here/spawn.c"
 
 # the pages, and what is made at run time: the include parts, the static page
@@ -93,4 +95,4 @@ insert into items select i, 'item number ' || i, i * 0.25, '2024-01-' || printf(
 SQL
 
 python3 "$here/cgi_bench.py" --work "$work" --vorn "$vorn" --hello "$work/hello" --php "$php" \
-  --spawn "$work/spawn" --light-runs "$light" --heavy-runs "$heavy" "${extra[@]}"
+  --spawn "$work/spawn" --hello-dynamic "$work/hello-dynamic" --light-runs "$light" --heavy-runs "$heavy" "${extra[@]}"
