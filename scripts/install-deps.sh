@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
-# Installs what building Vorn needs; with --example also what serving the
-# example site needs (lighttpd, curl); with --test also what the test suites
-# need (GoogleTest, a PostgreSQL server, a real HTTP client, the three web
-# servers that run the interpreter as CGI, ab for the load test of several
-# web nodes, Chromium and Node.js for the browser suite, clang and its
-# sanitizer runtimes and libFuzzer for the sanitizer build and the fuzz
-# targets).
+# Installs what building Vorn needs (the -dev packages also hold the static
+# archives a plain build links, and libpq-dev the header of the PostgreSQL
+# client library, whose libpq5 the engine loads at run time); with --example
+# also what serving the example site needs (lighttpd, curl); with --test
+# also what the test suites need (GoogleTest, a PostgreSQL server, a real
+# HTTP client, the three web servers that run the interpreter as CGI, ab for
+# the load test of several web nodes, Chromium and Node.js for the browser
+# suite, clang and its sanitizer runtimes and libFuzzer for the sanitizer
+# build and the fuzz targets).
 # The suites and the example start private servers of their own, so the
 # system services these packages bring are not started here.
 set -euo pipefail

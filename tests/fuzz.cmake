@@ -15,12 +15,11 @@ set(VORN_FUZZ_SECONDS 5 CACHE STRING "Seconds each fuzz target runs as a test")
 # which bounds loops and refuses the commands that reach outside the process.
 set(VORN_FUZZ_SANITIZERS -fsanitize=address,undefined -fno-sanitize-recover=all)
 add_library(vorn_fuzz_core STATIC ${VORN_SOURCES})
-target_include_directories(vorn_fuzz_core PUBLIC ${PROJECT_SOURCE_DIR}/src)
+target_include_directories(vorn_fuzz_core PUBLIC ${PROJECT_SOURCE_DIR}/src ${LIBPQ_INCLUDE_DIRS})
 target_compile_definitions(vorn_fuzz_core PUBLIC VORN_FUZZ)
 target_compile_options(vorn_fuzz_core PUBLIC ${VORN_FUZZ_SANITIZERS} -fno-omit-frame-pointer
                        PRIVATE -fsanitize=fuzzer-no-link)
-target_link_libraries(vorn_fuzz_core PUBLIC PkgConfig::SQLITE3 PkgConfig::LIBPQ
-                      PkgConfig::LIBCRYPT)
+target_link_libraries(vorn_fuzz_core PUBLIC ${VORN_LIBRARIES})
 
 add_custom_target(vorn_fuzzers)
 set(fuzz_src ${CMAKE_CURRENT_SOURCE_DIR}/fuzz)

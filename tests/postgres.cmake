@@ -48,3 +48,8 @@ set_tests_properties(postgres/start PROPERTIES LABELS postgres FIXTURES_SETUP vo
 add_test(NAME postgres/stop
          COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/postgres/stop.sh ${VORN_PG_ROOT})
 set_tests_properties(postgres/stop PROPERTIES LABELS postgres FIXTURES_CLEANUP vorn_postgres)
+
+# No server: the client library itself is missing.
+add_test(NAME postgres/no_libpq
+         COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/postgres/no_libpq.sh $<TARGET_FILE:vorn>)
+set_tests_properties(postgres/no_libpq PROPERTIES LABELS postgres SKIP_RETURN_CODE 77)

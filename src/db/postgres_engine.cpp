@@ -1,10 +1,13 @@
 // The PostgreSQL engine: one libpq connection per session; a query's rows
-// are read whole at open, so cursors outlive commits and nest freely.
+// are read whole at open, so cursors outlive commits and nest freely. libpq
+// itself is loaded at the first connect (db/libpq_loader), and every other
+// entry needs a connection, so none calls into it before it is there.
 #include <cstdlib>
 #include <cstring>
 #include <libpq-fe.h>
 
 #include "db/engine.h"
+#include "db/libpq_loader.h"
 #include "driver/diagnostics.h"
 
 namespace {
@@ -15,6 +18,8 @@ struct pg_stmt_t {
     int nrows;
 };
 
+V_LIBPQ pq;
+bool pq_loaded;
 PGconn *conn;
 char err[512];
 
@@ -23,11 +28,11 @@ void set_error(const char *msg) {
 }
 
 void set_conn_error() {
-    set_error(conn ? PQerrorMessage(conn) : "not connected to a database");
+    set_error(conn ? pq.PQerrorMessage(conn) : "not connected to a database");
 }
 
 void set_result_error(const PGresult *res) {
-    const char *msg = res ? PQresultErrorMessage(res) : "";
+    const char *msg = res ? pq.PQresultErrorMessage(res) : "";
     if (!msg || !*msg) {
         set_conn_error();
         return;
@@ -46,20 +51,36 @@ PGresult *run(const char *sql) {
         set_conn_error();
         return nullptr;
     }
-    PGresult *res = PQexecParams(conn, sql, 0, nullptr, nullptr, nullptr, nullptr, 0);
-    ExecStatusType status = res ? PQresultStatus(res) : PGRES_FATAL_ERROR;
+    PGresult *res = pq.PQexecParams(conn, sql, 0, nullptr, nullptr, nullptr, nullptr, 0);
+    ExecStatusType status = res ? pq.PQresultStatus(res) : PGRES_FATAL_ERROR;
     if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return res;
     if (status == PGRES_EMPTY_QUERY)
         set_error("empty statement");
     else
         set_result_error(res);
-    PQclear(res);
+    pq.PQclear(res);
     return nullptr;
 }
 
+// A missing library is the site's installation fault, not the page's: the
+// reason also goes to the error log, where the page's error shows only that
+// the database could not be opened.
+int load_library() {
+    if (pq_loaded) return 0;
+    char why[sizeof err];
+    if (V_libpq_load(V_LIBPQ_NAME, &pq, why, sizeof why) < 0) {
+        set_error(why);
+        V_log_error(err);
+        return -1;
+    }
+    pq_loaded = true;
+    return 0;
+}
+
 int pg_connect(const char *target, const char *user, const char *passwd) {
+    if (load_library() < 0) return -1;
     if (conn) {
-        PQfinish(conn);
+        pq.PQfinish(conn);
         conn = nullptr;
     }
     const char *keys[5];
@@ -83,31 +104,31 @@ int pg_connect(const char *target, const char *user, const char *passwd) {
     values[n++] = "vorn";
     keys[n] = nullptr;
     values[n] = nullptr;
-    PGconn *c = PQconnectdbParams(keys, values, 1);
+    PGconn *c = pq.PQconnectdbParams(keys, values, 1);
     if (!c) {
         set_error("out of memory");
         return -1;
     }
-    if (PQstatus(c) != CONNECTION_OK) {
-        set_error(PQerrorMessage(c));
-        PQfinish(c);
+    if (pq.PQstatus(c) != CONNECTION_OK) {
+        set_error(pq.PQerrorMessage(c));
+        pq.PQfinish(c);
         return -1;
     }
-    PQsetNoticeProcessor(c, notice, nullptr);
+    pq.PQsetNoticeProcessor(c, notice, nullptr);
     conn = c;
     return 0;
 }
 
 void pg_disconnect() {
     if (!conn) return;
-    PQfinish(conn);
+    pq.PQfinish(conn);
     conn = nullptr;
 }
 
 int pg_exec(const char *sql) {
     PGresult *res = run(sql);
     if (!res) return -1;
-    PQclear(res);
+    pq.PQclear(res);
     return 0;
 }
 
@@ -116,14 +137,14 @@ void *pg_prepare(const char *sql, int *ncols) {
     if (!res) return nullptr;
     pg_stmt_t *st = static_cast<pg_stmt_t *>(calloc(1, sizeof(pg_stmt_t)));
     if (!st) {
-        PQclear(res);
+        pq.PQclear(res);
         set_error("out of memory");
         return nullptr;
     }
     st->res = res;
     st->row = -1;
-    st->nrows = PQntuples(res);
-    *ncols = PQnfields(res);
+    st->nrows = pq.PQntuples(res);
+    *ncols = pq.PQnfields(res);
     return st;
 }
 
@@ -138,24 +159,24 @@ int pg_step(void *p) {
 }
 
 const char *pg_column_name(void *p, int i) {
-    const char *name = PQfname(static_cast<pg_stmt_t *>(p)->res, i);
+    const char *name = pq.PQfname(static_cast<pg_stmt_t *>(p)->res, i);
     return name ? name : "";
 }
 
 const char *pg_column(void *p, int i, int *len) {
     pg_stmt_t *st = static_cast<pg_stmt_t *>(p);
-    if (st->row < 0 || st->row >= st->nrows || PQgetisnull(st->res, st->row, i)) {
+    if (st->row < 0 || st->row >= st->nrows || pq.PQgetisnull(st->res, st->row, i)) {
         *len = -1;
         return nullptr;
     }
-    *len = PQgetlength(st->res, st->row, i);
-    return PQgetvalue(st->res, st->row, i);
+    *len = pq.PQgetlength(st->res, st->row, i);
+    return pq.PQgetvalue(st->res, st->row, i);
 }
 
 void pg_finish(void *p) {
     pg_stmt_t *st = static_cast<pg_stmt_t *>(p);
     if (!st) return;
-    PQclear(st->res);
+    pq.PQclear(st->res);
     free(st);
 }
 
@@ -166,7 +187,7 @@ int pg_begin() {
 // A transaction the server has marked failed would only roll back on COMMIT;
 // say so instead of reporting success.
 int pg_commit() {
-    if (conn && PQtransactionStatus(conn) == PQTRANS_INERROR) {
+    if (conn && pq.PQtransactionStatus(conn) == PQTRANS_INERROR) {
         pg_exec("ROLLBACK");
         set_error("the transaction had failed and was rolled back");
         return -1;
@@ -180,7 +201,7 @@ int pg_rollback() {
 
 int pg_in_transaction() {
     if (!conn) return 0;
-    PGTransactionStatusType s = PQtransactionStatus(conn);
+    PGTransactionStatusType s = pq.PQtransactionStatus(conn);
     return s == PQTRANS_INTRANS || s == PQTRANS_INERROR || s == PQTRANS_ACTIVE;
 }
 
