@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
+#include <vector>
 
 #include "base/owners.h"
 #include "base/tmp_files.h"
@@ -264,6 +265,7 @@ int E_POST_parser(entry *ent) {
     }
 
     int x = 0;
+    std::vector<const char *> uploads;   // the files this request created
     char line[LINE_MAX_BYTES];
     for (bool end = read_line(line, sizeof line); !end && x < V_ENT_MAX - 1;
          end = read_line(line, sizeof line)) {
@@ -273,10 +275,15 @@ int E_POST_parser(entry *ent) {
         ent[x].name = copy_string(name);
         ent[x].val = nullptr;
         V_TRACE("NAME: %s \n", name);
-        int r = strstr(line, "filename=\"") ? read_upload(&ent[x], x, line, tmp, sep, seplen)
-                                            : read_field(&ent[x], sep, seplen, work.get());
+        bool file = strstr(line, "filename=\"") != nullptr;
+        int r = file ? read_upload(&ent[x], x, line, tmp, sep, seplen)
+                     : read_field(&ent[x], sep, seplen, work.get());
+        if (file && ent[x].val) uploads.push_back(ent[x].val);
         x++;
         if (r != 0) {
+            // No page runs after a failed decoding, and only a page moves or
+            // removes an upload: the files of this request go now.
+            for (const char *path : uploads) unlink(path);
             ent[x].name = ent[x].val = nullptr;
             return r;
         }

@@ -175,7 +175,6 @@ void two_args(const char *args, char *a, char *b) {
 
 int strcut(const char *fname, const char *args) {
     V_TRACE("cutstr: fname= %s args= %s \n", fname, args);
-    if (strcmp(fname, "strcut") != 0) return -1;
     char name[EXEC_ARG], str[EXEC_ARG];
     two_args(args, name, str);
     V_TRACE("cutstr: name= [%s] str= [%s] \n", name, str);
@@ -188,7 +187,6 @@ int strcut(const char *fname, const char *args) {
 
 int chchar(const char *fname, const char *args) {
     V_TRACE("chchar: fname= %s args= %s \n", fname, args);
-    if (strcmp(fname, "chchar") != 0) return -1;
     char name[EXEC_ARG], xyz[EXEC_ARG];
     two_args(args, name, xyz);
     V_TRACE("cutstr: name= [%s] str= [%s] \n", name, xyz);
@@ -202,7 +200,6 @@ int chchar(const char *fname, const char *args) {
 
 int StrLen(const char *fname, const char *args) {
     V_TRACE("strlen: fname= %s args= %s \n", fname, args);
-    if (strcmp(fname, "strlen") != 0) return -1;
     char name[EXEC_ARG], lenname[EXEC_ARG];
     two_args(args, name, lenname);
     V_TRACE("strlen: STRname= [%s] LENname= [%s] \n", name, lenname);
