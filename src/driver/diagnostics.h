@@ -43,7 +43,12 @@ void V_hold_errors();
 // time, the process id, the page and line (from the position hook) and the
 // message, its control characters (line ends included) made blanks.
 void V_log_error(const char *message);
-int V_TRACE(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+// Writes one trace line when tracing is on (the first call reads the marker
+// files). Modules call it through V_TRACE, which tests the flags inline, so
+// a trace costs a load and a branch while tracing is off.
+int V_trace_line(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+extern int V_trace_ready;   // the marker files have been read
+#define V_TRACE(...) ((Trace || !V_trace_ready) ? V_trace_line(__VA_ARGS__) : 0)
 void V_DEBUG(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 void PrintTM(FILE *fp);
 // Ends the process: the before_exit hook, standard output flushed, then
