@@ -19,6 +19,7 @@
 char V_ERRMSG[V_ERRMSG_SIZE];
 int Trace;
 int V_trace_ready;
+int V_debug_pending = 1;
 int Debug;
 
 namespace {
@@ -201,7 +202,11 @@ int V_trace_line(const char *fmt, ...) {
     return 0;
 }
 
-void V_DEBUG(const char *fmt, ...) {
+namespace {
+
+// The work of V_debug_line, which notes afterwards whether the next call
+// still has something to do while debugging is off.
+void debug_line(const char *fmt, va_list ap) {
     if (!debug_ready) debug_setup();
     if (!Debug) {
         if (debug_fp) {
@@ -217,11 +222,18 @@ void V_DEBUG(const char *fmt, ...) {
     }
     if (!debug_fp) return;
     PrintTM(debug_fp);
+    vfprintf(debug_fp, fmt, ap);
+    if (Debug > 1) fflush(debug_fp);
+}
+
+}   // namespace
+
+void V_debug_line(const char *fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
-    vfprintf(debug_fp, fmt, ap);
+    debug_line(fmt, ap);
     va_end(ap);
-    if (Debug > 1) fflush(debug_fp);
+    V_debug_pending = !debug_ready || debug_fp != nullptr;
 }
 
 void V_hold_errors() {

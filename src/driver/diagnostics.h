@@ -49,7 +49,12 @@ void V_log_error(const char *message);
 int V_trace_line(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 extern int V_trace_ready;   // the marker files have been read
 #define V_TRACE(...) ((Trace || !V_trace_ready) ? V_trace_line(__VA_ARGS__) : 0)
-void V_DEBUG(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+// Writes one line to the debug file when debugging is on (the first call
+// reads the marker files; the first after it is switched off closes the
+// file). Modules call it through V_DEBUG, which tests the flags inline.
+void V_debug_line(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+extern int V_debug_pending;   // markers unread, or the debug file open
+#define V_DEBUG(...) ((Debug || V_debug_pending) ? V_debug_line(__VA_ARGS__) : (void)0)
 void PrintTM(FILE *fp);
 // Ends the process: the before_exit hook, standard output flushed, then
 // exit with code (a fatal end, -2, shows to the parent as 255).

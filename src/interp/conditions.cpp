@@ -193,7 +193,7 @@ int if_head(V_FILE *fp, char *buff, int taglen, int *compile, char *cmd, int *co
     char *inl = at < 0 ? nullptr : buff + at;
     cmd[0] = 0;
     if (inl) {
-        snprintf(cmd, V_LINE_MAX, "%s", inl);
+        V_copy_cut(cmd, inl, V_LINE_MAX);
         *inl = 0;
     }
     *cond = eval_condition(buff, taglen, *compile);

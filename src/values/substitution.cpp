@@ -17,6 +17,7 @@
 
 #include "driver/diagnostics.h"
 #include "form/url_codec.h"
+#include "values/arguments.h"
 #include "values/buffers.h"
 #include "values/dates.h"
 #include "values/escapes.h"
@@ -111,6 +112,12 @@ void sink_value(V_sink &s, const char *value) {
         s.pos += n;
     }
     s.buf[s.pos] = '\0';
+}
+
+void sink_int(V_sink &s, int v) {
+    char num[V_INT_TEXT];
+    V_int_text(v, num);
+    sink_value(s, num);
 }
 
 void sink_printf(V_sink &s, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
@@ -442,7 +449,7 @@ void row_expr(const char *ref, const char *rest, V_sink &out) {
         return;
     }
     if (status == 1)
-        sink_printf(out, "%d", vi);
+        sink_int(out, vi);
     else
         sink_printf(out, "%f", (double)vf);
 }
@@ -525,13 +532,13 @@ void row_inplace(int kind, const char *rest, V_sink &out) {
 void row_len(const char *rest, V_sink &out) {
     Scratch value(V_LINE_MAX);
     value_of(rest, value.get());
-    sink_printf(out, "%d", (int)strlen(value.get()));
+    sink_int(out, (int)strlen(value.get()));
 }
 
 void row_ulen(const char *rest, V_sink &out) {
     Scratch value(V_LINE_MAX);
     value_of(rest, value.get());
-    sink_printf(out, "%d", count_chars(value.get()));
+    sink_int(out, count_chars(value.get()));
 }
 
 void row_env(const char *rest, V_sink &out) {
@@ -668,6 +675,13 @@ void resolve(const char *ref, V_sink &out) {
     row_variable(ref, out);
 }
 
+// The next "$(" of text, or null.
+const char *find_ref(const char *text) {
+    for (const char *p = strchr(text, '$'); p; p = strchr(p + 1, '$'))
+        if (p[1] == '(') return p;
+    return nullptr;
+}
+
 // Collects the text of one reference starting behind "$(" up to its
 // matching ')' (or the end of the line), cut at V_REF_MAX - 1 characters.
 // Returns the position of the closing ')' or of the terminating NUL.
@@ -699,7 +713,7 @@ void V_transline_n(const char *line, char *buff, int size, int compile) {
         return;
     }
     const char *p = line;
-    const char *mark = strstr(p, "$(");
+    const char *mark = find_ref(p);
     if (!mark) {
         if (*p) sink_bytes(out, p, (int)strlen(p));
     } else {
@@ -707,7 +721,7 @@ void V_transline_n(const char *line, char *buff, int size, int compile) {
         while (mark) {
             if (mark > p) sink_bytes(out, p, (int)(mark - p));
             const char *end = collect_ref(mark + 2, ref.get());
-            if (!strstr(ref.get(), "$(")) {
+            if (!find_ref(ref.get())) {
                 // Nothing nested: expanding would copy the text as it is, but
                 // for the empty text it makes of a leading line end.
                 resolve(IgnoreEmpty && ref[0] == '\n' ? "" : ref.get(), out);
@@ -718,7 +732,7 @@ void V_transline_n(const char *line, char *buff, int size, int compile) {
             }
             if (!*end) break;
             p = end + 1;
-            mark = strstr(p, "$(");
+            mark = find_ref(p);
             if (!mark && *p) sink_bytes(out, p, (int)strlen(p));
         }
     }
