@@ -24,8 +24,31 @@ V_heap *global_heap() {
     return v_BUFFERS.hp;
 }
 
+// The last look-ups, by a hash of the name: a page reads the same few
+// variables over and over, and a remembered record stays good while no
+// tree has changed. While tracing every look-up goes to the tree, whose
+// trace line shows it.
+struct Lookup {
+    unsigned long changes;
+    V_USER *user;
+};
+constexpr int LOOKUPS = 64;   // a power of two
+Lookup lookups[LOOKUPS];
+
+unsigned name_hash(const char *name) {
+    unsigned h = 2166136261u;
+    for (const unsigned char *p = (const unsigned char *)name; *p; p++) h = (h ^ *p) * 16777619u;
+    return h;
+}
+
 V_USER *find(const char *name) {
-    return reinterpret_cast<V_USER *>(AVL_search(vtree(), name));
+    if (Trace || !V_trace_ready) return reinterpret_cast<V_USER *>(AVL_search(vtree(), name));
+    Lookup &seen = lookups[name_hash(name) & (LOOKUPS - 1)];
+    if (seen.user && seen.changes == V_tree_changes && strcmp(seen.user->name, name) == 0)
+        return seen.user;
+    V_USER *u = reinterpret_cast<V_USER *>(AVL_search(vtree(), name));
+    if (u) seen = {V_tree_changes, u};
+    return u;
 }
 
 char *copy_text(V_heap *hp, const char *text) {
