@@ -139,14 +139,12 @@ int eval_condition(char *buff, int taglen, int compile) {
     next_word(&rest, buff);
     V_TRACE("V_if: {%s} \n", buff);
 
-    CondWords *cw = (CondWords *)malloc(sizeof(CondWords));
-    if (!cw) {
-        ERRMSG("### No memory...");
-        return 0;
-    }
+    // One set of words serves every condition: a test runs no page code, so
+    // no other condition can start while they are in use (the error page
+    // of a bad fmt: type runs only after its words are done with).
+    static CondWords cw;
     bool neg = false;
-    int holds = run_kind(buff, rest, work, cw, &neg) == 0;
-    free(cw);
+    int holds = run_kind(buff, rest, work, &cw, &neg) == 0;
     return neg ? !holds : holds;
 }
 
