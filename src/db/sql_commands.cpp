@@ -126,8 +126,9 @@ void store_row(V_val *val, int numb, int row, char *names) {
 }
 
 // The row loop: the block body runs once per fetched row, re-read from the
-// page each time.
-void V_found(const char *cid, V_heap *hp, V_FILE *fp, int compile) {
+// page each time. The values are read straight from the engine's row: the
+// variables take their copies before the body runs.
+void V_found(const char *cid, V_FILE *fp, int compile) {
     V_TRACE("V_found: cid: %s compile: %d \n", cid, compile);
     int start = fp->offset;
     V_eof = 1;
@@ -138,7 +139,7 @@ void V_found(const char *cid, V_heap *hp, V_FILE *fp, int compile) {
     names[0] = 0;
     for (;;) {
         int numb = 0;
-        int rc = V_select_sql(V_SQL_FETCH, cid, nullptr, hp, &numb, val);
+        int rc = V_select_sql(V_SQL_FETCH, cid, nullptr, nullptr, &numb, val);
         if (rc == 1) break;
         if (rc < 0) {
             fetch_failed();
@@ -151,7 +152,6 @@ void V_found(const char *cid, V_heap *hp, V_FILE *fp, int compile) {
         store_row(val, numb, row, names);
         V_lines = row;
         V_notfound(fp, compile, 0);
-        V_heap_reduce(hp);
         row++;
         if (pass_ends()) {
             V_eof = 0;
@@ -192,7 +192,7 @@ void run_select(V_FILE *fp, const char *cid, char *query, int compile) {
         V_heap_free(hp);
         return;
     }
-    V_found(cid, hp, fp, compile);
+    V_found(cid, fp, compile);
     V_select_sql(V_SQL_CLOSE, cid, nullptr, nullptr, nullptr, nullptr);
     V_heap_free(hp);
     if (V_rowcount == 0) V_rowcount = V_lines;
