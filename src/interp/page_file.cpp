@@ -83,7 +83,6 @@ V_FILE *load_file(const char *fname, const struct stat &st) {
     char *name = (char *)page_alloc(strlen(fname) + 1);
     if (name) memcpy(name, fname, strlen(fname) + 1);
     fp->name = name;
-    fp->cut_lines = nullptr;
     fp->next = v_BUFFERS.files;
     v_BUFFERS.files = fp;
     V_TRACE("File SIZE: %d\n", fp->size);

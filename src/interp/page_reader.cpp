@@ -124,9 +124,30 @@ bool grow(CutTable *t) {
     return true;
 }
 
-CutTable *cut_table(V_FILE *fp) {
-    if (!fp->cut_lines) fp->cut_lines = calloc(1, sizeof(CutTable));
-    return static_cast<CutTable *>(fp->cut_lines);
+// The kept lines of each file, beside the files rather than in them: a
+// V_FILE's size shows in the heap lines of the trace, which stay as they
+// were. A page runs few files, and the last one asked for is asked again.
+struct FileCuts {
+    const V_FILE *file;
+    CutTable table;
+    FileCuts *next;
+};
+FileCuts *file_cuts;
+FileCuts *last_cuts;
+
+CutTable *cut_table(const V_FILE *fp) {
+    if (last_cuts && last_cuts->file == fp) return &last_cuts->table;
+    FileCuts *f = file_cuts;
+    while (f && f->file != fp) f = f->next;
+    if (!f) {
+        f = static_cast<FileCuts *>(calloc(1, sizeof(FileCuts)));
+        if (!f) return nullptr;
+        f->file = fp;
+        f->next = file_cuts;
+        file_cuts = f;
+    }
+    last_cuts = f;
+    return &f->table;
 }
 
 // Keeps the line just cut into buff, which began at start; null when there
@@ -152,7 +173,7 @@ Cut *keep_cut(CutTable *t, int start, const V_FILE *fp, const char *buff) {
 
 int V_read_cut(V_FILE *fp, char *buff, int **note) {
     *note = nullptr;
-    if (Trace || !V_trace_ready || !fp || !fp->text) {
+    if (Trace || !V_trace_ready || !fp || !fp->text || !fp->name) {
         if (V_fgets(buff, V_LINE_MAX, fp) == 0) return 0;
         cut_cmd(fp, buff);
         return 1;

@@ -11,7 +11,6 @@ struct V_FILE {
     V_FILE *next;
     const char *name;   // the path it was loaded from; null for a text
                         // handed to the reader (the page check, tests)
-    void *cut_lines;    // the lines V_read_cut has kept, by start offset
 };
 
 int V_fgets(char *buff, int size, V_FILE *fp);
@@ -30,7 +29,9 @@ int V_cut_line(V_FILE *fp, char *buff);
 // Returns 1, or 0 at the end of the file. The file's text never changes
 // once loaded, so the cut text of each line is kept on first reading and
 // copied on the next: then *note points at an int kept with the line
-// (-1 at first) where the dispatcher remembers what the line is. *note is
-// null when the line was cut afresh: while tracing (the reader's trace
-// lines then appear as before) or for a line too long to join.
+// (-1 at first) where the dispatcher remembers what the line is. Only
+// loaded files (those with a name, which live as long as the process) keep
+// their lines. *note is null when the line was cut afresh: in a text
+// handed to the reader, while tracing (the reader's trace lines then
+// appear as before), or for a line too long to join.
 int V_read_cut(V_FILE *fp, char *buff, int **note);
