@@ -180,19 +180,15 @@ int V_read_cut(V_FILE *fp, char *buff, int **note) {
     }
     if (fp->offset < 0) fp->offset = 0;
     int start = fp->offset;
-    if (start >= fp->size) {
-        buff[0] = 0;
-        return 0;
-    }
+    // at the end the reader still notes where it stands, for the error log
+    if (start >= fp->size) return V_fgets(buff, V_LINE_MAX, fp) > 0;
     CutTable *t = cut_table(fp);
     if (t && t->size) {
         if (Cut *c = *find_slot(t, start)) {
             memcpy(buff, c->text, (size_t)c->len + 1);
             fp->offset = c->end;
-            if (fp->name) {
-                reading = fp;
-                reading_start = c->last_start;
-            }
+            reading = fp;
+            reading_start = c->last_start;
             *note = &c->note;
             return 1;
         }
