@@ -111,6 +111,27 @@ int create(const char *name, const char *value, int fixed, int cookie) {
     return 0;
 }
 
+// The work of V_put_value once the record u of name (or null) is found.
+int store(V_USER *u, const char *name, const char *value, int fixed, int cookie) {
+    if (u && u->fixed == 2) {
+        put_foreign(u, value);
+        return 0;
+    }
+    if (u && u->fixed) {
+        snprintf(V_ERRMSG, sizeof V_ERRMSG, "## Fixed Value: %s", name);
+        return -1;
+    }
+    if (u) {
+        if (cookie) u->cookie = static_cast<short>(cookie);
+        if (fixed) u->fixed = static_cast<short>(fixed);
+        replace_value(u, value);
+    } else if (create(name, value, fixed, cookie) != 0) {
+        return -1;
+    }
+    V_DEBUG("  ** %s := %s \n", name, show(value));
+    return 0;
+}
+
 }   // namespace
 
 V_USER *V_USER_new(V_heap *hp, const char *name, const char *value) {
@@ -129,24 +150,13 @@ int V_put_value(const char *name, const char *value, int fixed, int cookie) {
     V_TRACE("V_put_value: name: [%s] value: [%s] fixed: %d cookie: %d", show(name), show(value),
             fixed, cookie);
     if (!name) return -1;
-    V_USER *u = find(name);
-    if (u && u->fixed == 2) {
-        put_foreign(u, value);
-        return 0;
-    }
-    if (u && u->fixed) {
-        snprintf(V_ERRMSG, sizeof V_ERRMSG, "## Fixed Value: %s", name);
-        return -1;
-    }
-    if (u) {
-        if (cookie) u->cookie = static_cast<short>(cookie);
-        if (fixed) u->fixed = static_cast<short>(fixed);
-        replace_value(u, value);
-    } else if (create(name, value, fixed, cookie) != 0) {
-        return -1;
-    }
-    V_DEBUG("  ** %s := %s \n", name, show(value));
-    return 0;
+    return store(find(name), name, value, fixed, cookie);
+}
+
+int V_put_user(V_USER *u, const char *value) {
+    if (!u) return -1;
+    V_TRACE("V_put_value: name: [%s] value: [%s] fixed: %d cookie: %d", u->name, show(value), 0, 0);
+    return store(u, u->name, value, 0, 0);
 }
 
 int V_add_value(const char *name, const char *value) {
