@@ -299,6 +299,11 @@ int select_fetch(int slot, V_heap *dalloc, int *numb, V_val *val) {
             val[i].len = -1;
             continue;
         }
+        if (!dalloc) {
+            val[i].value = const_cast<char *>(v);
+            val[i].len = len;
+            continue;
+        }
         char *copy = static_cast<char *>(V_heap_alloc(dalloc, len + 1));
         if (!copy) {
             V_TRACE("### No memory VVAL: %s\n", cur->names[i]);

@@ -32,6 +32,11 @@ int V_database(const char *dbname, const char *user, const char *passwd);
 void V_finish();
 int V_noselect_sql(char *query, int *numb, V_val *val);
 int get_cursor(const char *cid);
+// Opens (query), fetches or closes the query of cursor cid. A fetch fills
+// val with the row's columns and *numb with their number; returns 1 after
+// the last row. With a heap dalloc the values are copied into it; with a
+// null one they point into the engine's row, good until the next fetch or
+// the close.
 int V_select_sql(int cmd, const char *cid, char *query, V_heap *dalloc, int *numb, V_val *val);
 
 // The message of the last failed database operation (one line, no prefix).

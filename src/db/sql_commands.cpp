@@ -112,22 +112,46 @@ void add_name(char *list, const char *name) {
         snprintf(list, V_LINE_MAX, "%s", name);
 }
 
+// The variables of a query's columns, found once: while no node has
+// entered or left a tree and the names fold the same way, a row only
+// stores its values into them. A row that finds them stale stores by name
+// and finds them again for the next.
+struct ColumnVars {
+    V_USER *user[V_MAX_COLUMNS];
+    unsigned long changes;   // V_tree_changes when they were found
+    int sqlcase;             // V_sqlcase then
+    bool found;
+};
+
 // Stores one fetched row as variables; the first row also names the columns.
-void store_row(V_val *val, int numb, int row, char *names) {
+void store_row(V_val *val, int numb, int row, char *names, ColumnVars *cols) {
+    // while tracing every store goes by name, so that its look-up shows
+    bool bound = cols->found && cols->changes == V_tree_changes && cols->sqlcase == V_sqlcase &&
+                 !Trace && V_trace_ready;
     for (int i = 0; i < numb; i++) {
         if (!val[i].name) continue;
         fold_name(val[i].name);
         const char *value = val[i].len < 1 ? "" : val[i].value;
         V_TRACE("Name: %s Value: %s", val[i].name, value);
-        V_put_value(val[i].name, value, 0, 0);
+        if (bound && i < V_MAX_COLUMNS && cols->user[i])
+            V_put_user(cols->user[i], value);
+        else
+            V_put_value(val[i].name, value, 0, 0);
         if (row == 1) add_name(names, val[i].name);
     }
     if (row == 1) V_put_value("V_sqlnames", names, 0, 0);
+    if (bound || Trace || !V_trace_ready) return;
+    for (int i = 0; i < numb && i < V_MAX_COLUMNS; i++)
+        cols->user[i] = val[i].name ? V_get_user(val[i].name) : nullptr;
+    cols->changes = V_tree_changes;
+    cols->sqlcase = V_sqlcase;
+    cols->found = true;
 }
 
 // The row loop: the block body runs once per fetched row, re-read from the
-// page each time.
-void V_found(const char *cid, V_heap *hp, V_FILE *fp, int compile) {
+// page each time. The values are read straight from the engine's row: the
+// variables take their copies before the body runs.
+void V_found(const char *cid, V_FILE *fp, int compile) {
     V_TRACE("V_found: cid: %s compile: %d \n", cid, compile);
     int start = fp->offset;
     V_eof = 1;
@@ -136,9 +160,10 @@ void V_found(const char *cid, V_heap *hp, V_FILE *fp, int compile) {
     V_val val[ROW_VALUES] = {};
     char names[V_LINE_MAX];
     names[0] = 0;
+    ColumnVars cols = {};
     for (;;) {
         int numb = 0;
-        int rc = V_select_sql(V_SQL_FETCH, cid, nullptr, hp, &numb, val);
+        int rc = V_select_sql(V_SQL_FETCH, cid, nullptr, nullptr, &numb, val);
         if (rc == 1) break;
         if (rc < 0) {
             fetch_failed();
@@ -148,10 +173,9 @@ void V_found(const char *cid, V_heap *hp, V_FILE *fp, int compile) {
         V_TRACE("Fetch: %d values", numb);
         V_DEBUG("  ** SQL fetch row: %d columns\n", numb);
         fp->offset = start;
-        store_row(val, numb, row, names);
+        store_row(val, numb, row, names, &cols);
         V_lines = row;
         V_notfound(fp, compile, 0);
-        V_heap_reduce(hp);
         row++;
         if (pass_ends()) {
             V_eof = 0;
@@ -192,7 +216,7 @@ void run_select(V_FILE *fp, const char *cid, char *query, int compile) {
         V_heap_free(hp);
         return;
     }
-    V_found(cid, hp, fp, compile);
+    V_found(cid, fp, compile);
     V_select_sql(V_SQL_CLOSE, cid, nullptr, nullptr, nullptr, nullptr);
     V_heap_free(hp);
     if (V_rowcount == 0) V_rowcount = V_lines;

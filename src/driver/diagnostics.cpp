@@ -18,6 +18,8 @@
 
 char V_ERRMSG[V_ERRMSG_SIZE];
 int Trace;
+int V_trace_ready;
+int V_debug_pending = 1;
 int Debug;
 
 namespace {
@@ -62,7 +64,7 @@ void blank_controls(char *text) {
 }
 
 FILE *trace_fp;   // log file of Trace 2 and 3
-int trace_ready;
+
 FILE *debug_fp;
 int debug_ready;
 bool debug_refused;   // its name was held by another file: no more tries
@@ -99,7 +101,7 @@ FILE *open_tmp_file(const char *what, const char *name, TmpOpen how) {
 
 // Later markers override earlier ones, so V_LOG3 beats V_LOG beats V_TRACE.
 void trace_setup() {
-    trace_ready = 1;
+    V_trace_ready = 1;
     if (home_file_exists("V_TRACE") || Trace == 1) Trace = 1;
     if (home_file_exists("V_LOG") || Trace == 2) {
         trace_fp = open_tmp_file("trace file", "V_LOG", TmpOpen::Truncate);
@@ -185,11 +187,11 @@ void PrintTM(FILE *fp) {
     tm_prev_usec = now.tv_usec;
 }
 
-int V_TRACE(const char *fmt, ...) {
+int V_trace_line(const char *fmt, ...) {
     // The hot path: every module traces freely, so "off" must stay cheap.
-    if (trace_ready && !Trace) return 0;
+    if (V_trace_ready && !Trace) return 0;
     if (!V_HOME) return -1;
-    if (!trace_ready) trace_setup();
+    if (!V_trace_ready) trace_setup();
     if (!Trace) return 0;
 
     FILE *fp = Trace == 1 ? hooks.page_out() : trace_fp;
@@ -206,7 +208,11 @@ int V_TRACE(const char *fmt, ...) {
     return 0;
 }
 
-void V_DEBUG(const char *fmt, ...) {
+namespace {
+
+// The work of V_debug_line, which notes afterwards whether the next call
+// still has something to do while debugging is off.
+void debug_line(const char *fmt, va_list ap) {
     if (!debug_ready) debug_setup();
     if (!Debug) {
         if (debug_fp) {
@@ -222,11 +228,18 @@ void V_DEBUG(const char *fmt, ...) {
     }
     if (!debug_fp) return;
     PrintTM(debug_fp);
+    vfprintf(debug_fp, fmt, ap);
+    if (Debug > 1) fflush(debug_fp);
+}
+
+}   // namespace
+
+void V_debug_line(const char *fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
-    vfprintf(debug_fp, fmt, ap);
+    debug_line(fmt, ap);
     va_end(ap);
-    if (Debug > 1) fflush(debug_fp);
+    V_debug_pending = !debug_ready || debug_fp != nullptr;
 }
 
 void V_hold_errors() {

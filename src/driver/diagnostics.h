@@ -47,8 +47,18 @@ void V_hold_errors();
 // time, the process id, the page and line (from the position hook) and the
 // message, its control characters (line ends included) made blanks.
 void V_log_error(const char *message);
-int V_TRACE(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
-void V_DEBUG(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+// Writes one trace line when tracing is on (the first call reads the marker
+// files). Modules call it through V_TRACE, which tests the flags inline, so
+// a trace costs a load and a branch while tracing is off.
+int V_trace_line(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+extern int V_trace_ready;   // the marker files have been read
+#define V_TRACE(...) ((Trace || !V_trace_ready) ? V_trace_line(__VA_ARGS__) : 0)
+// Writes one line to the debug file when debugging is on (the first call
+// reads the marker files; the first after it is switched off closes the
+// file). Modules call it through V_DEBUG, which tests the flags inline.
+void V_debug_line(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+extern int V_debug_pending;   // markers unread, or the debug file open
+#define V_DEBUG(...) ((Debug || V_debug_pending) ? V_debug_line(__VA_ARGS__) : (void)0)
 void PrintTM(FILE *fp);
 // Ends the process: the before_exit hook, the held output sent, then
 // exit with code (a fatal end, -2, shows to the parent as 255).

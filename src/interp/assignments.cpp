@@ -122,10 +122,30 @@ const let_op LET_OPS[] = {
     {">-=", '-'}, {">$=", '$'}, {">;=", ';'}, {">++", 'i'}, {">--", 'd'},
 };
 
+// The first operator of LET_OPS found anywhere in line (the table's order
+// decides, not the place), with *at where it first occurs; null when none.
+// One pass over the '>' of the line finds them all.
+const let_op *find_let_op(const char *line, const char **at) {
+    constexpr int OPS = sizeof LET_OPS / sizeof LET_OPS[0];
+    const char *first[OPS] = {};
+    for (const char *p = strchr(line, '>'); p; p = strchr(p + 1, '>')) {
+        for (int i = 0; i < OPS; i++) {
+            const char *op = LET_OPS[i].op;
+            if (!first[i] && p[1] == op[1] && (!op[2] || p[2] == op[2])) first[i] = p;
+        }
+    }
+    for (int i = 0; i < OPS; i++) {
+        if (first[i]) {
+            *at = first[i];
+            return &LET_OPS[i];
+        }
+    }
+    return nullptr;
+}
+
 bool has_let_op(const char *line) {
-    for (const let_op &o : LET_OPS)
-        if (strstr(line, o.op)) return true;
-    return false;
+    const char *at;
+    return find_let_op(line, &at) != nullptr;
 }
 
 // The current value as an integer; `missing` stands in for a missing
@@ -163,7 +183,7 @@ void let_value(char code, const char *name, const char *operand, char *out) {
     case 'd': r = static_cast<long long>(current_int(name, 0, true)) - 1; break;
     default: break;
     }
-    snprintf(out, V_LINE_MAX, "%d", wrap(r));
+    V_int_text(wrap(r), out);
 }
 
 // The work of each handler after substitution. The handlers keep only the
@@ -218,19 +238,13 @@ void let_value(char code, const char *name, const char *operand, char *out) {
 }
 
 [[gnu::noinline]] int do_let(char *buf) {
-    const let_op *found = nullptr;
-    char *at = nullptr;
-    for (const let_op &o : LET_OPS) {
-        at = strstr(buf, o.op);
-        if (at) {
-            found = &o;
-            break;
-        }
-    }
+    const char *op_at = nullptr;
+    const let_op *found = find_let_op(buf, &op_at);
     if (!found) {
         V_TRACE("V_let: ### ERROR : did not find a command!!!");
         return -1;
     }
+    char *at = buf + (op_at - buf);
     *at = '\0';
     char operand[V_LINE_MAX];
     int pos = 0;

@@ -139,14 +139,12 @@ int eval_condition(char *buff, int taglen, int compile) {
     next_word(&rest, buff);
     V_TRACE("V_if: {%s} \n", buff);
 
-    CondWords *cw = (CondWords *)malloc(sizeof(CondWords));
-    if (!cw) {
-        ERRMSG("### No memory...");
-        return 0;
-    }
+    // One set of words serves every condition: a test runs no page code, so
+    // no other condition can start while they are in use (the error page
+    // of a bad fmt: type runs only after its words are done with).
+    static CondWords cw;
     bool neg = false;
-    int holds = run_kind(buff, rest, work, cw, &neg) == 0;
-    free(cw);
+    int holds = run_kind(buff, rest, work, &cw, &neg) == 0;
     return neg ? !holds : holds;
 }
 
@@ -193,7 +191,7 @@ int if_head(V_FILE *fp, char *buff, int taglen, int *compile, char *cmd, int *co
     char *inl = at < 0 ? nullptr : buff + at;
     cmd[0] = 0;
     if (inl) {
-        snprintf(cmd, V_LINE_MAX, "%s", inl);
+        V_copy_cut(cmd, inl, V_LINE_MAX);
         *inl = 0;
     }
     *cond = eval_condition(buff, taglen, *compile);
@@ -214,10 +212,10 @@ int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
     char *line = b->line;
     int taken = cond;
     int branch = cond;
+    int *note;
     for (;;) {
-        if (V_fgets(line, V_LINE_MAX, fp) <= 0) return 0;
+        if (V_read_cut(fp, line, &note) <= 0) return 0;
         if (Continue) branch = 0;
-        cut_cmd(fp, line);
         if (starts(line, ELIF_TAG)) {
             if (Continue || taken) {
                 V_notfound(fp, compile, 1);
@@ -228,7 +226,11 @@ int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
             taken = branch = cond;
             continue;
         }
-        if (V_command(fp, line, &compile, !branch) == 0) continue;
+        // A line read afresh is cut once more by V_command, as this runner
+        // always did: the second cut changes nothing but shows in the trace.
+        if (note ? V_command_cut(fp, line, note, &compile, !branch) == 0
+                 : V_command(fp, line, &compile, !branch) == 0)
+            continue;
         if (starts(line, "<@end>")) return 0;
         if (Loop_tag tag = loop_tag(line)) {
             take_loop_tag(tag, branch, "V_if");

@@ -190,15 +190,41 @@ V_ROLE V_line_role(const char *line) {
     return V_is_assignment(line) ? ROLE_LINE : ROLE_UNKNOWN;
 }
 
+namespace {
+
+// What a cut line is, as a note of V_read_cut keeps it: the row's index in
+// v_CMD, or one of these.
+enum { NOTE_UNSEEN = -1, NOTE_TEXT = -2, NOTE_NO_ROW = -3 };
+
+int note_of(const char *buff) {
+    if (!has_tag(buff, TAG_OPEN)) return NOTE_TEXT;
+    char name[NAME_SIZE];
+    const cmd_t *row = command_name(buff, name) ? lookup(name) : nullptr;
+    return row ? (int)(row - v_CMD) : NOTE_NO_ROW;
+}
+
+}   // namespace
+
 int V_command(V_FILE *fp, char *buff, int *compile, int ignore) {
     cut_cmd(fp, buff);
-    if (!has_tag(buff, TAG_OPEN)) return -1;
-    char name[NAME_SIZE];
-    if (const cmd_t *row = command_name(buff, name) ? lookup(name) : nullptr) {
+    return V_command_cut(fp, buff, nullptr, compile, ignore);
+}
+
+int V_command_cut(V_FILE *fp, char *buff, int *note, int *compile, int ignore) {
+    int kind;
+    if (note && *note != NOTE_UNSEEN) {
+        kind = *note;
+    } else {
+        kind = note_of(buff);
+        if (note) *note = kind;
+    }
+    if (kind == NOTE_TEXT) return -1;
+    if (kind >= 0) {
+        const cmd_t *row = &v_CMD[kind];
         // the block-end words have no handler: the block runners take them
         if (!row->run) return -1;
 #ifdef VORN_FUZZ
-        if (refused(name)) ignore = 1;
+        if (refused(row->cmd)) ignore = 1;
 #endif
         if (row->run(fp, buff, compile, ignore) == 0) return 0;
     }

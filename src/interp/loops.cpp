@@ -161,9 +161,10 @@ int V_notfound(V_FILE *fp, int compile, int ignore) {
         V_leave_block();
         return 0;
     }
-    while (V_fgets(buff, V_LINE_MAX, fp) > 0) {
+    int *note;
+    while (V_read_cut(fp, buff, &note) > 0) {
         if (ContinueBreak || Continue) ignore = 1;
-        if (V_command(fp, buff, &compile, ignore) == 0) continue;
+        if (V_command_cut(fp, buff, note, &compile, ignore) == 0) continue;
         if (has_tag(buff, "<@end>")) break;
         if (Loop_tag tag = loop_tag(buff)) {
             take_loop_tag(tag, !ignore, "V_notfound");

@@ -4,6 +4,7 @@
 // runners, the block handlers and the page check all read through it.
 #include "interp/page_reader.h"
 
+#include <cstdlib>
 #include <cstring>
 
 #include "driver/diagnostics.h"
@@ -83,7 +84,123 @@ int cut_line(V_FILE *fp, char *buff) {
     return join_continuations(fp, buff) ? CUT_COMMAND : CUT_TOO_LONG;
 }
 
+// One line as V_read_cut keeps it. Each is allocated on its own, so the
+// note handed out stays put while the table grows under a nested read.
+struct Cut {
+    int start;        // offset of the line's first byte
+    int end;          // fp->offset after the line and what it took in
+    int last_start;   // where the last line read for it began
+    int note;         // the dispatcher's, -1 at first
+    int len;
+    char *text;   // the cut text and its NUL
+};
+
+// Open addressing over start offsets; the size is a power of two, at most
+// half full.
+struct CutTable {
+    Cut **slots;
+    int size;
+    int used;
+};
+
+constexpr int CUT_TABLE_FIRST = 64;
+
+Cut **find_slot(CutTable *t, int start) {
+    unsigned mask = (unsigned)t->size - 1;
+    unsigned i = ((unsigned)start * 2654435761u) & mask;
+    while (t->slots[i] && t->slots[i]->start != start) i = (i + 1) & mask;
+    return &t->slots[i];
+}
+
+bool grow(CutTable *t) {
+    int size = t->size ? t->size * 2 : CUT_TABLE_FIRST;
+    Cut **slots = static_cast<Cut **>(calloc((size_t)size, sizeof(Cut *)));
+    if (!slots) return false;
+    CutTable bigger = {slots, size, t->used};
+    for (int i = 0; i < t->size; i++)
+        if (t->slots[i]) *find_slot(&bigger, t->slots[i]->start) = t->slots[i];
+    free(t->slots);
+    *t = bigger;
+    return true;
+}
+
+// The kept lines of each file, beside the files rather than in them: a
+// V_FILE's size shows in the heap lines of the trace, which stay as they
+// were. A page runs few files, and the last one asked for is asked again.
+struct FileCuts {
+    const V_FILE *file;
+    CutTable table;
+    FileCuts *next;
+};
+FileCuts *file_cuts;
+FileCuts *last_cuts;
+
+CutTable *cut_table(const V_FILE *fp) {
+    if (last_cuts && last_cuts->file == fp) return &last_cuts->table;
+    FileCuts *f = file_cuts;
+    while (f && f->file != fp) f = f->next;
+    if (!f) {
+        f = static_cast<FileCuts *>(calloc(1, sizeof(FileCuts)));
+        if (!f) return nullptr;
+        f->file = fp;
+        f->next = file_cuts;
+        file_cuts = f;
+    }
+    last_cuts = f;
+    return &f->table;
+}
+
+// Keeps the line just cut into buff, which began at start; null when there
+// is no memory for it (the line is then simply not kept).
+Cut *keep_cut(CutTable *t, int start, const V_FILE *fp, const char *buff) {
+    if (2 * (t->used + 1) > t->size && !grow(t)) return nullptr;
+    int len = (int)strlen(buff);
+    Cut *c = static_cast<Cut *>(malloc(sizeof(Cut)));
+    char *text = static_cast<char *>(malloc((size_t)len + 1));
+    if (!c || !text) {
+        free(c);
+        free(text);
+        return nullptr;
+    }
+    memcpy(text, buff, (size_t)len + 1);
+    *c = {start, fp->offset, reading_start, -1, len, text};
+    *find_slot(t, start) = c;
+    t->used++;
+    return c;
+}
+
 }   // namespace
+
+int V_read_cut(V_FILE *fp, char *buff, int **note) {
+    *note = nullptr;
+    if (Trace || !V_trace_ready || !fp || !fp->text || !fp->name) {
+        if (V_fgets(buff, V_LINE_MAX, fp) == 0) return 0;
+        cut_cmd(fp, buff);
+        return 1;
+    }
+    if (fp->offset < 0) fp->offset = 0;
+    int start = fp->offset;
+    // at the end the reader still notes where it stands, for the error log
+    if (start >= fp->size) return V_fgets(buff, V_LINE_MAX, fp) > 0;
+    CutTable *t = cut_table(fp);
+    if (t && t->size) {
+        if (Cut *c = *find_slot(t, start)) {
+            memcpy(buff, c->text, (size_t)c->len + 1);
+            fp->offset = c->end;
+            reading = fp;
+            reading_start = c->last_start;
+            *note = &c->note;
+            return 1;
+        }
+    }
+    V_fgets(buff, V_LINE_MAX, fp);
+    if (cut_line(fp, buff) == CUT_TOO_LONG) {
+        ERRMSG("cut_cmd: No more memory...");
+        return 1;
+    }
+    if (Cut *c = t ? keep_cut(t, start, fp, buff) : nullptr) *note = &c->note;
+    return 1;
+}
 
 int V_fgets(char *buff, int size, V_FILE *fp) {
     if (!fp || !fp->text || size < 1) {

@@ -23,3 +23,15 @@ int cut_cmd(V_FILE *fp, char *buff);
 // without running it: -1 when a continued command line would pass
 // V_LINE_MAX - 1 bytes (the line stays as joined so far), else 0.
 int V_cut_line(V_FILE *fp, char *buff);
+
+// Reads the line at fp->offset as V_fgets and then cut_cmd do, into buff
+// (V_LINE_MAX bytes), leaving fp->offset and V_reading_line as they would.
+// Returns 1, or 0 at the end of the file. The file's text never changes
+// once loaded, so the cut text of each line is kept on first reading and
+// copied on the next: then *note points at an int kept with the line
+// (-1 at first) where the dispatcher remembers what the line is. Only
+// loaded files (those with a name, which live as long as the process) keep
+// their lines. *note is null when the line was cut afresh: in a text
+// handed to the reader, while tracing (the reader's trace lines then
+// appear as before), or for a line too long to join.
+int V_read_cut(V_FILE *fp, char *buff, int **note);

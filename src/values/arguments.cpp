@@ -73,6 +73,22 @@ int V_arg_string_sep(const char *text, char *out, const char *sep) {
     return (n || text[i]) ? i : 0;
 }
 
+int V_int_text(int v, char *out) {
+    char digits[V_INT_TEXT];
+    int n = 0;
+    // unsigned, so that INT_MIN negates without overflow
+    unsigned u = v < 0 ? 0u - (unsigned)v : (unsigned)v;
+    do {
+        digits[n++] = (char)('0' + u % 10);
+        u /= 10;
+    } while (u);
+    int len = 0;
+    if (v < 0) out[len++] = '-';
+    while (n) out[len++] = digits[--n];
+    out[len] = 0;
+    return len;
+}
+
 void V_copy_cut(char *dst, const char *src, int size) {
     if (size <= 0) return;
     size_t len = strnlen(src, (size_t)size - 1);

@@ -15,3 +15,8 @@ int V_arg_string_sep(const char *text, char *out, const char *sep);
 // Copies at most size-1 bytes of src and always terminates dst: the cut that
 // fixed-size fields use wherever a value may be longer than its field.
 void V_copy_cut(char *dst, const char *src, int size);
+
+constexpr int V_INT_TEXT = 12;   // "-2147483648" and its NUL
+// Writes v in decimal into out (V_INT_TEXT bytes), as "%d" does; returns
+// its length.
+int V_int_text(int v, char *out);

@@ -131,6 +131,8 @@ int remove_inner(avl_tree_t *t, avl_t *a) {
 
 }   // namespace
 
+unsigned long V_tree_changes;
+
 int V_avlcmp(const avl_t *a, const avl_t *b) {
     return strcmp(static_cast<const char *>(a->key), static_cast<const char *>(b->key));
 }
@@ -200,6 +202,7 @@ int AVL_insert(avl_tree_t *t, avl_t *a) {
     a->right = nullptr;
     a->balance = 0;
     avl_insert(t, a);
+    V_tree_changes++;
     return 0;
 }
 
@@ -208,5 +211,6 @@ int AVL_remove(avl_tree_t *t, const char *key) {
     avl_t *found = AVL_search(t, key);
     if (!found) return -1;
     avl_remove(t, found);
+    V_tree_changes++;
     return 0;
 }

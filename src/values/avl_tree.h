@@ -25,6 +25,11 @@ avl_t *avl_search(avl_tree_t *t, avl_t *probe);
 int avl_insert(avl_tree_t *t, avl_t *a);
 int avl_remove(avl_tree_t *t, avl_t *a);
 
+// Counts every node AVL_insert or AVL_remove has put into or taken out of
+// any tree, so that a look-up remembered at one count is still good while
+// the count stays (the nodes then stay where they were, under their keys).
+extern unsigned long V_tree_changes;
+
 avl_t *AVL_search(avl_tree_t *t, const char *key);
 int AVL_insert(avl_tree_t *t, avl_t *a);
 int AVL_remove(avl_tree_t *t, const char *key);

@@ -5,8 +5,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "values/block_heap.h"
-
 namespace {
 
 enum DateField { F_SECOND, F_MINUTE, F_HOUR, F_DAY, F_MONTH, F_YEAR };
@@ -266,16 +264,16 @@ void V_date_info(uint16_t *year, uint16_t *month, uint16_t *day, uint16_t *hours
     *seconds = static_cast<uint16_t>(Seconds);
 }
 
-char *V_today(V_heap *hp) {
-    if (!hp) return nullptr;
+bool V_today(char *out, int size) {
+    if (!out || size < 1) return false;
+    out[0] = 0;
+    if (size < V_TODAY_SIZE) return false;
     time_t now = time(nullptr);
     struct tm tm;
-    if (!localtime_r(&now, &tm)) return nullptr;
+    if (!localtime_r(&now, &tm)) return false;
     int year = tm.tm_year + 1900, month = tm.tm_mon + 1, day = tm.tm_mday;
     if (year < 0 || year > 9999) year = 9999;   // keeps the text 10 bytes
-    char *s = (char *)V_heap_alloc(hp, 11);
-    if (!s) return nullptr;
-    snprintf(s, 11, "%04u-%02u-%02u", (unsigned)year % 10000u, (unsigned)month % 100u,
+    snprintf(out, V_TODAY_SIZE, "%04u-%02u-%02u", (unsigned)year % 10000u, (unsigned)month % 100u,
              (unsigned)day % 100u);
-    return s;
+    return true;
 }

@@ -30,7 +30,7 @@ int V_str2dt(const char *text, const char *format, long *dt);
 void V_date_info(uint16_t *year, uint16_t *month, uint16_t *day, uint16_t *hours, uint16_t *minutes,
                  uint16_t *seconds);
 
-struct V_heap;
-// Today's local date as "yyyy-mm-dd" in heap hp; null without a heap or
-// when the heap or the clock fails.
-char *V_today(V_heap *hp);
+constexpr int V_TODAY_SIZE = 11;   // "yyyy-mm-dd" and its NUL
+// Today's local date as "yyyy-mm-dd" into out (size bytes); false, with out
+// empty when it has room, when size is below V_TODAY_SIZE or the clock fails.
+bool V_today(char *out, int size);

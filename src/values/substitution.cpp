@@ -12,12 +12,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include "driver/diagnostics.h"
 #include "form/url_codec.h"
+#include "values/arguments.h"
 #include "values/buffers.h"
 #include "values/dates.h"
 #include "values/escapes.h"
@@ -41,13 +41,45 @@ constexpr int NUM_MAX = 64;
 
 const V_VALUE_ROW *value_rows;   // the names resolved above this layer
 
-// Work buffers live on the heap: modifiers chain and references nest, and a
-// hostile page could otherwise stack thousands of 8 KB frames.
-std::unique_ptr<char[]> work_buf(int n) {
-    std::unique_ptr<char[]> p(new char[n]);
-    p[0] = '\0';
-    return p;
-}
+// Work buffers come from one arena used as a stack: modifiers chain and
+// references nest, and a hostile page could otherwise stack thousands of
+// 8 KB frames. Every buffer is scoped, so they are handed back in the
+// reverse order; a chain deeper than the arena takes the rest from the
+// heap. Nothing is allocated per reference in the usual case, and the
+// arena's pages are touched only as deep as a page's chains go.
+constexpr size_t ARENA_SIZE = 256 * 1024;
+alignas(16) char arena[ARENA_SIZE];
+size_t arena_top;
+
+class Scratch {
+public:
+    explicit Scratch(int n) : size_(static_cast<size_t>(n)), mark_(arena_top) {
+        if (ARENA_SIZE - arena_top >= size_) {
+            p_ = arena + arena_top;
+            arena_top += size_;
+        } else {
+            p_ = new char[size_];
+            heap_ = true;
+        }
+        p_[0] = '\0';
+    }
+    ~Scratch() {
+        if (heap_)
+            delete[] p_;
+        else
+            arena_top = mark_;
+    }
+    Scratch(const Scratch &) = delete;
+    Scratch &operator=(const Scratch &) = delete;
+    char *get() { return p_; }
+    char &operator[](size_t i) { return p_[i]; }
+
+private:
+    char *p_;
+    size_t size_;
+    size_t mark_;
+    bool heap_ = false;
+};
 
 void sink_bytes(V_sink &s, const char *text, int n) {
     if (!s.buf) {
@@ -82,6 +114,12 @@ void sink_value(V_sink &s, const char *value) {
     s.buf[s.pos] = '\0';
 }
 
+void sink_int(V_sink &s, int v) {
+    char num[V_INT_TEXT];
+    V_int_text(v, num);
+    sink_value(s, num);
+}
+
 void sink_printf(V_sink &s, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
 void sink_printf(V_sink &s, const char *fmt, ...) {
     char num[NUM_MAX];
@@ -90,11 +128,6 @@ void sink_printf(V_sink &s, const char *fmt, ...) {
     vsnprintf(num, sizeof num, fmt, ap);
     va_end(ap);
     sink_value(s, num);
-}
-
-const char *after(const char *ref, const char *prefix) {
-    size_t n = strlen(prefix);
-    return strncmp(ref, prefix, n) == 0 ? ref + n : nullptr;
 }
 
 // strtol clamped to int: page numbers are hostile and must not overflow.
@@ -139,9 +172,9 @@ void trim_buff(char *text) {
 }
 
 void row_txt2url(const char *rest, V_sink &out) {
-    auto value = work_buf(V_LINE_MAX);
+    Scratch value(V_LINE_MAX);
     value_of(rest, value.get());
-    auto coded = work_buf(3 * V_LINE_MAX + 1);
+    Scratch coded(3 * V_LINE_MAX + 1);
     escape_url(value.get(), coded.get());
     sink_value(out, coded.get());
 }
@@ -152,12 +185,12 @@ enum { ESC_HTML, ESC_JS };
 // is cut before the first entity or escape that would not fit whole: in the
 // work buffer, under a cut: length, or in what is left of the caller's buffer.
 void row_escape(int kind, const char *rest, V_sink &out) {
-    auto value = work_buf(V_LINE_MAX);
+    Scratch value(V_LINE_MAX);
     value_of(rest, value.get());
     int size = V_LINE_MAX;
     if (V_len > 0 && V_len < size - 1) size = V_len + 1;
     if (out.buf && out.size - out.pos < size) size = out.size - out.pos;
-    auto coded = work_buf(V_LINE_MAX);
+    Scratch coded(V_LINE_MAX);
     if (kind == ESC_HTML)
         V_escape_html(value.get(), coded.get(), size);
     else
@@ -171,7 +204,7 @@ void row_escape(int kind, const char *rest, V_sink &out) {
 // digits ("ffffff80"). crypt only reads the first two salt characters, so
 // such values all salt with "ff"; the salt is kept as it always was.
 void row_crypt(const char *rest, V_sink &out) {
-    auto value = work_buf(V_LINE_MAX);
+    Scratch value(V_LINE_MAX);
     value_of(rest, value.get());
     int sum = 0;
     for (const char *p = value.get(); *p; p++) sum += (signed char)*p;
@@ -204,10 +237,10 @@ int date_operands(const char *ref, const char *rest, const char *what, char *n, 
 void row_dt2str(const char *ref, const char *rest, V_sink &out) {
     char n[DATE_NAME_MAX], f[DATE_NAME_MAX];
     if (date_operands(ref, rest, "dt2str", n, f) < 0) return;
-    auto value = work_buf(V_LINE_MAX);
+    Scratch value(V_LINE_MAX);
     value_of(n, value.get());
     long dt = strtol(value.get(), nullptr, 10);
-    auto text = work_buf(V_LINE_MAX);
+    Scratch text(V_LINE_MAX);
     V_dt2str(dt, f, text.get());
     text[V_LINE_MAX - 1] = '\0';
     V_TRACE("### dt2str ==> %s \n", text.get());
@@ -217,7 +250,7 @@ void row_dt2str(const char *ref, const char *rest, V_sink &out) {
 void row_str2dt(const char *ref, const char *rest, V_sink &out) {
     char n[DATE_NAME_MAX], f[DATE_NAME_MAX];
     if (date_operands(ref, rest, "str2dt", n, f) < 0) return;
-    auto value = work_buf(V_LINE_MAX);
+    Scratch value(V_LINE_MAX);
     value_of(n, value.get());
     long dt = 0;
     V_str2dt(value.get(), f, &dt);
@@ -226,7 +259,7 @@ void row_str2dt(const char *ref, const char *rest, V_sink &out) {
 
 // year:/month:/day: take a piece of a "yyyy-mm-dd" text; shorter values pass.
 void row_date_part(const char *rest, int at, int n, const char *trace, V_sink &out) {
-    auto value = work_buf(V_LINE_MAX);
+    Scratch value(V_LINE_MAX);
     value_of(rest, value.get());
     if (strlen(value.get()) >= 10) {
         memmove(value.get(), value.get() + at, n);
@@ -263,7 +296,7 @@ void row_ucut(const char *rest, V_sink &out) {
     const char *colon = strchr(rest, ':');
     if (!colon) return;
     int k = to_int(rest);
-    auto value = work_buf(V_LINE_MAX);
+    Scratch value(V_LINE_MAX);
     char *text = value.get();
     value_of(colon + 1, text);
     int index = 0;
@@ -285,7 +318,7 @@ void row_str(const char *rest, V_sink &out) {
     if (!c2) return;
     int a = to_int(rest), b = to_int(c1 + 1);
     if (a < 1 || b < 1 || a > b) return;
-    auto value = work_buf(V_LINE_MAX);
+    Scratch value(V_LINE_MAX);
     value_of(c2 + 1, value.get());
     int len = (int)strlen(value.get());
     if (len < a - 1) return;
@@ -302,9 +335,9 @@ void row_word(const char *rest, V_sink &out) {
     if (!colon) return;
     int k = to_int(colon + 1);
     if (k < 1) return;
-    auto name = work_buf(V_LINE_MAX);
+    Scratch name(V_LINE_MAX);
     copy_n(name.get(), V_LINE_MAX, rest, (int)(colon - rest));
-    auto value = work_buf(V_LINE_MAX);
+    Scratch value(V_LINE_MAX);
     value_of(name.get(), value.get());
     trim_buff(value.get());
     char *p = value.get();
@@ -354,7 +387,7 @@ char format_conversion(const char *fmt) {
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
 void format_int(V_sink &out, const char *fmt, char conv, int v) {
-    auto text = work_buf(V_LINE_MAX);
+    Scratch text(V_LINE_MAX);
     if (strchr("ouxX", conv))
         snprintf(text.get(), V_LINE_MAX, fmt, (unsigned)v);
     else
@@ -363,13 +396,13 @@ void format_int(V_sink &out, const char *fmt, char conv, int v) {
 }
 
 void format_double(V_sink &out, const char *fmt, double v) {
-    auto text = work_buf(V_LINE_MAX);
+    Scratch text(V_LINE_MAX);
     snprintf(text.get(), V_LINE_MAX, fmt, v);
     sink_value(out, text.get());
 }
 
 void format_text(V_sink &out, const char *fmt, const char *v) {
-    auto text = work_buf(V_LINE_MAX);
+    Scratch text(V_LINE_MAX);
     snprintf(text.get(), V_LINE_MAX, fmt, v);
     sink_value(out, text.get());
 }
@@ -416,14 +449,15 @@ void row_expr(const char *ref, const char *rest, V_sink &out) {
         return;
     }
     if (status == 1)
-        sink_printf(out, "%d", vi);
+        sink_int(out, vi);
     else
         sink_printf(out, "%f", (double)vf);
 }
 
 void row_today(V_sink &out) {
-    const char *today = V_today(v_BUFFERS.hp);
-    sink_value(out, today ? today : "");
+    char today[V_TODAY_SIZE];
+    V_today(today, sizeof today);
+    sink_value(out, today);
 }
 
 void row_udt(V_sink &out) {
@@ -476,7 +510,7 @@ void row_variable(const char *ref, V_sink &out) {
 enum { IN_SH, IN_URL2TXT, IN_TRIM, IN_LOWER, IN_UPPER };
 
 void row_inplace(int kind, const char *rest, V_sink &out) {
-    auto value = work_buf(V_LINE_MAX);
+    Scratch value(V_LINE_MAX);
     value_of(rest, value.get());
     char *v = value.get();
     if (kind == IN_SH) {
@@ -495,93 +529,157 @@ void row_inplace(int kind, const char *rest, V_sink &out) {
     sink_value(out, v);
 }
 
-// The control characters: the two-character escape a page writes, or the
-// character itself.
-int row_control(const char *ref, V_sink &out) {
-    if (!strcmp(ref, "\\t") || !strcmp(ref, "\t")) return sink_value(out, "\t"), 0;
-    if (!strcmp(ref, "\\n") || !strcmp(ref, "\n")) return sink_value(out, "\n"), 0;
-    if (!strcmp(ref, "\\r") || !strcmp(ref, "\r")) return sink_value(out, "\r"), 0;
-    return -1;
+void row_len(const char *rest, V_sink &out) {
+    Scratch value(V_LINE_MAX);
+    value_of(rest, value.get());
+    sink_int(out, (int)strlen(value.get()));
 }
 
-// Modifiers are tested in a fixed order, the first match deciding; the
-// order matters because some prefixes are prefixes of variable names.
-int row_modifier(const char *ref, V_sink &out) {
-    const char *rest;
-    if ((rest = after(ref, "sh:"))) return row_inplace(IN_SH, rest, out), 0;
-    if ((rest = after(ref, "txt2url:"))) return row_txt2url(rest, out), 0;
-    if ((rest = after(ref, "url2txt:"))) return row_inplace(IN_URL2TXT, rest, out), 0;
-    if ((rest = after(ref, "html:"))) return row_escape(ESC_HTML, rest, out), 0;
-    if ((rest = after(ref, "js:"))) return row_escape(ESC_JS, rest, out), 0;
-    if ((rest = after(ref, "trim:"))) return row_inplace(IN_TRIM, rest, out), 0;
-    if ((rest = after(ref, "lower:"))) return row_inplace(IN_LOWER, rest, out), 0;
-    if ((rest = after(ref, "upper:"))) return row_inplace(IN_UPPER, rest, out), 0;
-    if ((rest = after(ref, "crypt:"))) return row_crypt(rest, out), 0;
-    if ((rest = after(ref, "dt2str:"))) return row_dt2str(ref, rest, out), 0;
-    if ((rest = after(ref, "str2dt:"))) return row_str2dt(ref, rest, out), 0;
-    if ((rest = after(ref, "year:"))) return row_date_part(rest, 0, 4, "date_YEAR: %s", out), 0;
-    if ((rest = after(ref, "month:"))) return row_date_part(rest, 5, 2, "date_MONTH: %s", out), 0;
-    if ((rest = after(ref, "day:"))) return row_date_part(rest, 8, 2, "date_DAY: %s", out), 0;
-    if ((rest = after(ref, "len:"))) {
-        auto value = work_buf(V_LINE_MAX);
-        value_of(rest, value.get());
-        return sink_printf(out, "%d", (int)strlen(value.get())), 0;
-    }
-    if ((rest = after(ref, "cut:"))) return row_cut(rest, out), 0;
-    if ((rest = after(ref, "ulen:"))) {
-        auto value = work_buf(V_LINE_MAX);
-        value_of(rest, value.get());
-        return sink_printf(out, "%d", count_chars(value.get())), 0;
-    }
-    if ((rest = after(ref, "ucut:"))) return row_ucut(rest, out), 0;
-    if ((rest = after(ref, "str:"))) return row_str(rest, out), 0;
-    if ((rest = after(ref, "word:"))) return row_word(rest, out), 0;
-    if ((rest = after(ref, "int:"))) return row_int(rest, out), 0;
-    if ((rest = after(ref, "printf:"))) return row_printf(rest, out), 0;
-    if ((rest = after(ref, "expr:"))) return row_expr(ref, rest, out), 0;
-    if ((rest = after(ref, "env:"))) {
-        const char *env = getenv(rest);
-        return sink_value(out, env ? env : ""), 0;
-    }
-    return -1;
+void row_ulen(const char *rest, V_sink &out) {
+    Scratch value(V_LINE_MAX);
+    value_of(rest, value.get());
+    sink_int(out, count_chars(value.get()));
 }
 
-// System names; those matched as prefixes take any reference that merely
-// begins with them, which pages rely on.
-int row_system(const char *ref, V_sink &out) {
-    if (!strcmp(ref, "today")) return row_today(out), 0;
-    if (after(ref, "V_DT")) return sink_printf(out, "%ld", (long)time(nullptr)), 0;
-    if (after(ref, "V_UDT")) return row_udt(out), 0;
-    if (after(ref, "V_DDT")) return row_ddt(out), 0;
-    if (after(ref, "V_RANDOM")) return row_random(out), 0;
-    if (after(ref, "V_VERSION")) return sink_printf(out, "%d", 670), 0;
-    if (after(ref, "V_NVAL")) return row_count(v_BUFFERS.vtree, out), 0;
-    if (after(ref, "V_NFUN")) return row_count(v_BUFFERS.ftree, out), 0;
-    if (!strcmp(ref, "V_ERRMSG")) return sink_value(out, V_ERRMSG), 0;
-    return -1;
+void row_env(const char *rest, V_sink &out) {
+    const char *env = getenv(rest);
+    sink_value(out, env ? env : "");
 }
 
-// The installed rows come after the value layer's own; the order is free,
-// as no reference matches two rows of either kind.
-int row_installed(const char *ref, V_sink &out) {
-    for (const V_VALUE_ROW *row = value_rows; row && row->name; row++) {
-        const char *rest = after(ref, row->name);
-        if (!rest || (!row->prefix && *rest)) continue;
-        auto value = work_buf(V_LINE_MAX);
-        row->value(rest, value.get());
-        sink_value(out, value.get());
-        return 0;
-    }
-    return -1;
+// A name the value layer answers itself: the whole reference (prefix
+// false) or any reference that begins with it (prefix true), which pages
+// rely on for the system names.
+using Answer = void (*)(const char *ref, const char *rest, V_sink &out);
+struct Builtin {
+    const char *name;
+    bool prefix;
+    Answer answer;
+};
+
+#define ANSWER(...) [](const char *ref, const char *rest, V_sink &out) { __VA_ARGS__; }
+
+// The names in their order of precedence, the first match deciding: the
+// control characters (the two-character escape a page writes, or the
+// character itself), the modifiers, then the system names. The order
+// matters because some names are prefixes of others and of variable names.
+const Builtin builtins[] = {
+    {"\\t", false, ANSWER((void)ref, (void)rest, sink_value(out, "\t"))},
+    {"\t", false, ANSWER((void)ref, (void)rest, sink_value(out, "\t"))},
+    {"\\n", false, ANSWER((void)ref, (void)rest, sink_value(out, "\n"))},
+    {"\n", false, ANSWER((void)ref, (void)rest, sink_value(out, "\n"))},
+    {"\\r", false, ANSWER((void)ref, (void)rest, sink_value(out, "\r"))},
+    {"\r", false, ANSWER((void)ref, (void)rest, sink_value(out, "\r"))},
+    {"sh:", true, ANSWER((void)ref, row_inplace(IN_SH, rest, out))},
+    {"txt2url:", true, ANSWER((void)ref, row_txt2url(rest, out))},
+    {"url2txt:", true, ANSWER((void)ref, row_inplace(IN_URL2TXT, rest, out))},
+    {"html:", true, ANSWER((void)ref, row_escape(ESC_HTML, rest, out))},
+    {"js:", true, ANSWER((void)ref, row_escape(ESC_JS, rest, out))},
+    {"trim:", true, ANSWER((void)ref, row_inplace(IN_TRIM, rest, out))},
+    {"lower:", true, ANSWER((void)ref, row_inplace(IN_LOWER, rest, out))},
+    {"upper:", true, ANSWER((void)ref, row_inplace(IN_UPPER, rest, out))},
+    {"crypt:", true, ANSWER((void)ref, row_crypt(rest, out))},
+    {"dt2str:", true, ANSWER(row_dt2str(ref, rest, out))},
+    {"str2dt:", true, ANSWER(row_str2dt(ref, rest, out))},
+    {"year:", true, ANSWER((void)ref, row_date_part(rest, 0, 4, "date_YEAR: %s", out))},
+    {"month:", true, ANSWER((void)ref, row_date_part(rest, 5, 2, "date_MONTH: %s", out))},
+    {"day:", true, ANSWER((void)ref, row_date_part(rest, 8, 2, "date_DAY: %s", out))},
+    {"len:", true, ANSWER((void)ref, row_len(rest, out))},
+    {"cut:", true, ANSWER((void)ref, row_cut(rest, out))},
+    {"ulen:", true, ANSWER((void)ref, row_ulen(rest, out))},
+    {"ucut:", true, ANSWER((void)ref, row_ucut(rest, out))},
+    {"str:", true, ANSWER((void)ref, row_str(rest, out))},
+    {"word:", true, ANSWER((void)ref, row_word(rest, out))},
+    {"int:", true, ANSWER((void)ref, row_int(rest, out))},
+    {"printf:", true, ANSWER((void)ref, row_printf(rest, out))},
+    {"expr:", true, ANSWER(row_expr(ref, rest, out))},
+    {"env:", true, ANSWER((void)ref, row_env(rest, out))},
+    {"today", false, ANSWER((void)ref, (void)rest, row_today(out))},
+    {"V_DT", true, ANSWER((void)ref, (void)rest, sink_printf(out, "%ld", (long)time(nullptr)))},
+    {"V_UDT", true, ANSWER((void)ref, (void)rest, row_udt(out))},
+    {"V_DDT", true, ANSWER((void)ref, (void)rest, row_ddt(out))},
+    {"V_RANDOM", true, ANSWER((void)ref, (void)rest, row_random(out))},
+    {"V_VERSION", true, ANSWER((void)ref, (void)rest, sink_printf(out, "%d", 670))},
+    {"V_NVAL", true, ANSWER((void)ref, (void)rest, row_count(v_BUFFERS.vtree, out))},
+    {"V_NFUN", true, ANSWER((void)ref, (void)rest, row_count(v_BUFFERS.ftree, out))},
+    {"V_ERRMSG", false, ANSWER((void)ref, (void)rest, sink_value(out, V_ERRMSG))},
+};
+#undef ANSWER
+
+constexpr int BUILTINS = (int)(sizeof builtins / sizeof builtins[0]);
+constexpr int NAMES_MAX = 255;   // builtins and installed rows together
+
+// Every name, builtin or installed, goes into the list of its first byte,
+// keeping its order of precedence (the builtins first, then the installed
+// rows in their own order). A reference is compared only with the names of
+// its own first byte; most variable names meet none or one and go straight
+// to the variable tree.
+struct NameIndex {
+    bool built;
+    int count;
+    const char *name[NAMES_MAX];
+    size_t len[NAMES_MAX];
+    bool prefix[NAMES_MAX];
+    short which[NAMES_MAX];   // index into builtins, or BUILTINS + installed row
+    unsigned char order[NAMES_MAX];
+    short first[257];   // names of byte c: order[first[c]] .. order[first[c + 1] - 1]
+} names;
+
+void index_name(const char *name, bool prefix, int which) {
+    // an empty name is never looked for: it would begin every reference
+    if (names.count >= NAMES_MAX || !name[0]) return;
+    int i = names.count++;
+    names.name[i] = name;
+    names.len[i] = strlen(name);
+    names.prefix[i] = prefix;
+    names.which[i] = (short)which;
+}
+
+void build_names() {
+    names.count = 0;
+    for (int i = 0; i < BUILTINS; i++) index_name(builtins[i].name, builtins[i].prefix, i);
+    for (int r = 0; value_rows && value_rows[r].name; r++)
+        index_name(value_rows[r].name, value_rows[r].prefix, BUILTINS + r);
+    int counts[256] = {};
+    for (int i = 0; i < names.count; i++) counts[(unsigned char)names.name[i][0]]++;
+    names.first[0] = 0;
+    for (int c = 0; c < 256; c++) names.first[c + 1] = (short)(names.first[c] + counts[c]);
+    short fill[256];
+    memcpy(fill, names.first, sizeof fill);
+    for (int i = 0; i < names.count; i++)   // stable: precedence kept within a byte
+        names.order[fill[(unsigned char)names.name[i][0]]++] = (unsigned char)i;
+    names.built = true;
+}
+
+void answer_installed(const V_VALUE_ROW &row, const char *rest, V_sink &out) {
+    Scratch value(V_LINE_MAX);
+    row.value(rest, value.get());
+    sink_value(out, value.get());
 }
 
 void resolve(const char *ref, V_sink &out) {
     V_TRACE("V_transvalue: [%s]", ref);
-    if (row_control(ref, out) == 0) return;
-    if (row_modifier(ref, out) == 0) return;
-    if (row_system(ref, out) == 0) return;
-    if (row_installed(ref, out) == 0) return;
+    if (!names.built) build_names();
+    unsigned char c = (unsigned char)ref[0];
+    for (int k = names.first[c]; k < names.first[c + 1]; k++) {
+        int i = names.order[k];
+        if (strncmp(ref, names.name[i], names.len[i]) != 0) continue;
+        const char *rest = ref + names.len[i];
+        if (!names.prefix[i] && *rest) continue;
+        int which = names.which[i];
+        if (which < BUILTINS)
+            builtins[which].answer(ref, rest, out);
+        else
+            answer_installed(value_rows[which - BUILTINS], rest, out);
+        return;
+    }
     row_variable(ref, out);
+}
+
+// The next "$(" of text, or null.
+const char *find_ref(const char *text) {
+    for (const char *p = strchr(text, '$'); p; p = strchr(p + 1, '$'))
+        if (p[1] == '(') return p;
+    return nullptr;
 }
 
 // Collects the text of one reference starting behind "$(" up to its
@@ -614,28 +712,36 @@ void V_transline_n(const char *line, char *buff, int size, int compile) {
         sink_value(out, line);
         return;
     }
-    std::unique_ptr<char[]> ref, expanded;
     const char *p = line;
-    while (*p) {
-        const char *mark = strstr(p, "$(");
-        int n = mark ? (int)(mark - p) : (int)strlen(p);
-        if (n > 0) sink_bytes(out, p, n);
-        if (!mark) break;
-        if (!ref) {
-            ref = work_buf(V_REF_MAX);
-            expanded = work_buf(V_REF_MAX);
+    const char *mark = find_ref(p);
+    if (!mark) {
+        if (*p) sink_bytes(out, p, (int)strlen(p));
+    } else {
+        Scratch ref(V_REF_MAX);
+        while (mark) {
+            if (mark > p) sink_bytes(out, p, (int)(mark - p));
+            const char *end = collect_ref(mark + 2, ref.get());
+            if (!find_ref(ref.get())) {
+                // Nothing nested: expanding would copy the text as it is, but
+                // for the empty text it makes of a leading line end.
+                resolve(IgnoreEmpty && ref[0] == '\n' ? "" : ref.get(), out);
+            } else {
+                Scratch expanded(V_REF_MAX);
+                V_transline_n(ref.get(), expanded.get(), V_REF_MAX, 1);
+                resolve(expanded.get(), out);
+            }
+            if (!*end) break;
+            p = end + 1;
+            mark = find_ref(p);
+            if (!mark && *p) sink_bytes(out, p, (int)strlen(p));
         }
-        const char *end = collect_ref(mark + 2, ref.get());
-        V_transline_n(ref.get(), expanded.get(), V_REF_MAX, 1);
-        resolve(expanded.get(), out);
-        if (!*end) break;
-        p = end + 1;
     }
     if (!buff && DO_fflush) V_piece_written(V_out());
 }
 
 void V_set_value_rows(const V_VALUE_ROW *rows) {
     value_rows = rows;
+    names.built = false;
 }
 
 void V_transline(const char *line, char *buff, int compile) {

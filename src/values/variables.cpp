@@ -24,8 +24,31 @@ V_heap *global_heap() {
     return v_BUFFERS.hp;
 }
 
+// The last look-ups, by a hash of the name: a page reads the same few
+// variables over and over, and a remembered record stays good while no
+// tree has changed. While tracing every look-up goes to the tree, whose
+// trace line shows it.
+struct Lookup {
+    unsigned long changes;
+    V_USER *user;
+};
+constexpr int LOOKUPS = 64;   // a power of two
+Lookup lookups[LOOKUPS];
+
+unsigned name_hash(const char *name) {
+    unsigned h = 2166136261u;
+    for (const unsigned char *p = (const unsigned char *)name; *p; p++) h = (h ^ *p) * 16777619u;
+    return h;
+}
+
 V_USER *find(const char *name) {
-    return reinterpret_cast<V_USER *>(AVL_search(vtree(), name));
+    if (Trace || !V_trace_ready) return reinterpret_cast<V_USER *>(AVL_search(vtree(), name));
+    Lookup &seen = lookups[name_hash(name) & (LOOKUPS - 1)];
+    if (seen.user && seen.changes == V_tree_changes && strcmp(seen.user->name, name) == 0)
+        return seen.user;
+    V_USER *u = reinterpret_cast<V_USER *>(AVL_search(vtree(), name));
+    if (u) seen = {V_tree_changes, u};
+    return u;
 }
 
 char *copy_text(V_heap *hp, const char *text) {
@@ -88,6 +111,27 @@ int create(const char *name, const char *value, int fixed, int cookie) {
     return 0;
 }
 
+// The work of V_put_value once the record u of name (or null) is found.
+int store(V_USER *u, const char *name, const char *value, int fixed, int cookie) {
+    if (u && u->fixed == 2) {
+        put_foreign(u, value);
+        return 0;
+    }
+    if (u && u->fixed) {
+        snprintf(V_ERRMSG, sizeof V_ERRMSG, "## Fixed Value: %s", name);
+        return -1;
+    }
+    if (u) {
+        if (cookie) u->cookie = static_cast<short>(cookie);
+        if (fixed) u->fixed = static_cast<short>(fixed);
+        replace_value(u, value);
+    } else if (create(name, value, fixed, cookie) != 0) {
+        return -1;
+    }
+    V_DEBUG("  ** %s := %s \n", name, show(value));
+    return 0;
+}
+
 }   // namespace
 
 V_USER *V_USER_new(V_heap *hp, const char *name, const char *value) {
@@ -106,24 +150,13 @@ int V_put_value(const char *name, const char *value, int fixed, int cookie) {
     V_TRACE("V_put_value: name: [%s] value: [%s] fixed: %d cookie: %d", show(name), show(value),
             fixed, cookie);
     if (!name) return -1;
-    V_USER *u = find(name);
-    if (u && u->fixed == 2) {
-        put_foreign(u, value);
-        return 0;
-    }
-    if (u && u->fixed) {
-        snprintf(V_ERRMSG, sizeof V_ERRMSG, "## Fixed Value: %s", name);
-        return -1;
-    }
-    if (u) {
-        if (cookie) u->cookie = static_cast<short>(cookie);
-        if (fixed) u->fixed = static_cast<short>(fixed);
-        replace_value(u, value);
-    } else if (create(name, value, fixed, cookie) != 0) {
-        return -1;
-    }
-    V_DEBUG("  ** %s := %s \n", name, show(value));
-    return 0;
+    return store(find(name), name, value, fixed, cookie);
+}
+
+int V_put_user(V_USER *u, const char *value) {
+    if (!u) return -1;
+    V_TRACE("V_put_value: name: [%s] value: [%s] fixed: %d cookie: %d", u->name, show(value), 0, 0);
+    return store(u, u->name, value, 0, 0);
 }
 
 int V_add_value(const char *name, const char *value) {

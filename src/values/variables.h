@@ -22,6 +22,9 @@ struct V_USER {
 
 V_USER *V_USER_new(V_heap *hp, const char *name, const char *value);
 int V_put_value(const char *name, const char *value, int fixed, int cookie);
+// V_put_value(u->name, value, 0, 0) for a record V_get_user found, while it
+// is still in the tree (no node has entered or left a tree since).
+int V_put_user(V_USER *u, const char *value);
 int V_add_value(const char *name, const char *value);
 char *V_get_value(const char *name);
 V_USER *V_get_user(const char *name);   // the record itself, or null

@@ -67,10 +67,9 @@ TEST(Conditions, GetInt) {
     EXPECT_STREQ(dst, "");
 }
 
-TEST(Conditions, TodayIsTheLocalDateInTheHeap) {
-    V_heap *hp = V_heap_new();
-    char *s = V_today(hp);
-    ASSERT_NE(s, nullptr);
+TEST(Conditions, TodayIsTheLocalDateCutToItsBuffer) {
+    char s[V_TODAY_SIZE] = "x";
+    ASSERT_TRUE(V_today(s, sizeof s));
     time_t now = time(nullptr);
     struct tm tm;
     localtime_r(&now, &tm);
@@ -78,8 +77,11 @@ TEST(Conditions, TodayIsTheLocalDateInTheHeap) {
     snprintf(want, sizeof want, "%04d-%02d-%02d", tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday);
     EXPECT_STREQ(s, want);
     EXPECT_EQ(V_check_date(s), 0);
-    EXPECT_EQ(V_today(nullptr), nullptr);
-    V_heap_free(hp);
+    // one byte short: nothing written past the buffer, and it reads empty
+    char shortbuf[V_TODAY_SIZE - 1] = "x";
+    EXPECT_FALSE(V_today(shortbuf, sizeof shortbuf));
+    EXPECT_STREQ(shortbuf, "");
+    EXPECT_FALSE(V_today(nullptr, V_TODAY_SIZE));
 }
 
 }   // namespace
