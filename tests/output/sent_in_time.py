@@ -82,7 +82,7 @@ def case_stdin(vorn, work):
 def case_interval(vorn, work):
     """3: a page that computes and writes a little now and then sends its
     lines as it goes, not all at its end."""
-    page = ('<@i>= 0\n<@while>\n<@i>++\n<@if> icmp $(i) > 200000 <@break>\n'
+    page = ('<@i>= 0\n<@while>\n<@i>++\n<@if> icmp $(i) > 500000 <@break>\n'
             '<@if> icmp $(expr:$(i) % 10000) = 0\ntick $(i)\n<@end>\n<@end>\ndone\n')
     proc = run(vorn, work, page)
     fd = proc.stdout.fileno()
@@ -96,11 +96,12 @@ def case_interval(vorn, work):
         arrivals.append((time.monotonic(), text.count(b'\n')))
     end = time.monotonic()
     proc.wait(timeout=60)
-    if not text.endswith(b'tick 200000\ndone\n'):
+    if not text.endswith(b'tick 500000\ndone\n'):
         return '3 output: %r' % text[-200:]
-    # the first line goes at once in any case; a later one must come well
-    # before the end
-    early = [n for t, n in arrivals if end - t > 0.1]
+    # the first line goes at once in any case; later ones must come in a
+    # send of their own before the last one (the exit), however fast the
+    # machine runs the page
+    early = [n for t, n in arrivals[:-1]]
     if not early or max(early) < 2:
         return '3 only the first line before the end: %r' % [(round(end - t, 3), n)
                                                               for t, n in arrivals]
