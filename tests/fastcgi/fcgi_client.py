@@ -48,23 +48,24 @@ def connect(address, timeout=30):
     return s
 
 
-def read_records(sock, until_end=True):
-    """Records until an END_REQUEST (or the end of the stream):
-    list of (type, id, content)."""
+def read_records(sock, until_end=True, count=None):
+    """Records until an END_REQUEST, COUNT records or the end of the
+    stream: list of (type, id, content)."""
     buf, out = b"", []
-    while True:
+    while count is None or len(out) < count:
         while len(buf) >= 8:
             _, rtype, rid, clen, plen, _ = struct.unpack(">BBHHBB", buf[:8])
             if len(buf) < 8 + clen + plen:
                 break
             out.append((rtype, rid, buf[8:8 + clen]))
             buf = buf[8 + clen + plen:]
-            if until_end and rtype == END:
+            if (until_end and rtype == END) or len(out) == count:
                 return out
         data = sock.recv(65536)
         if not data:
             return out
         buf += data
+    return out
 
 
 def answer(records):
