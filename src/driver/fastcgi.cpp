@@ -1,9 +1,9 @@
 // The FastCGI server. The interpreter keeps its one-process-per-request
 // design (process-wide tables never released, commands that fork, a fault
 // that ends the request): the parent does the start-up once (libraries
-// loaded, v.env read, the sites' pages loaded) and forks one process per
-// connection, which reads a request's records and forks the request
-// process. That process gets the parameters as its environment, the body as
+// loaded, v.env read, the sites' pages loaded) and keeps a fixed number
+// of connection processes, each of which reads a request's records and
+// forks the request process. That process gets the parameters as its environment, the body as
 // its standard input and a pipe as its standard output, and runs V_main as
 // a CGI run would; the connection process relays the pipe into STDOUT
 // records, so everything written to descriptor 1 (by the page, a shell
@@ -59,6 +59,7 @@ constexpr int PRELOAD_DEPTH = 8;
 constexpr off_t PRELOAD_SIZE = 1 << 20;   // bytes of one preloaded page
 constexpr int LOG_NAME = 200;             // bytes of a request name in a log line
 constexpr int CONFIG_LINE = 1024;
+constexpr const char *BOUND_MARK = "VORN_FASTCGI_BOUND";
 
 struct Options {
     const char *address = nullptr;
@@ -681,14 +682,10 @@ void serve_request() {
         send_end(req.id, app_status, FCGI_REQUEST_COMPLETE);
 }
 
-[[noreturn]] void serve_connection(int fd) {
-    signal(SIGHUP, SIG_IGN);
-    signal(SIGCHLD, SIG_DFL);
-    signal(SIGPIPE, SIG_IGN);
-    set_handler(SIGTERM, on_stop);   // the request in flight finishes first
-    stop_wanted = 0;
+void serve_connection(int fd) {
     conn.fd = fd;
-    req.body = -1;
+    conn.start = conn.have = 0;
+    conn.broken = false;
     for (;;) {
         int r = read_request();
         if (r != READ_READY) break;
@@ -696,57 +693,73 @@ void serve_request() {
         if (conn.broken || !req.keep || stop_wanted) break;
     }
     close(fd);
+}
+
+// A connection process: takes connections from the shared listening socket
+// one at a time until SIGTERM, which lets the request in flight finish.
+[[noreturn]] void worker(int listener) {
+    signal(SIGHUP, SIG_IGN);
+    signal(SIGCHLD, SIG_DFL);
+    signal(SIGPIPE, SIG_IGN);
+    set_handler(SIGTERM, on_stop);
+    set_handler(SIGINT, on_stop);
+    req.body = -1;
+    while (!stop_wanted) {
+        struct pollfd p = {listener, POLLIN, 0};
+        if (wait_for(&p, 1, -1) <= 0) continue;
+        int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd >= 0) serve_connection(fd);   // else another process took it
+    }
     _exit(0);
 }
 
-// ---- the parent's loop
+// ---- the parent: it keeps options.children connection processes
 
 pid_t kids[MAX_CHILDREN];
 int kid_count;
 
-void reap() {
-    int status;
-    pid_t pid;
-    while ((pid = waitpid(-1, &status, WNOHANG)) > 0) {
-        for (int i = 0; i < kid_count; i++) {
-            if (kids[i] == pid) {
-                kids[i] = kids[--kid_count];
-                break;
-            }
+void forget(pid_t pid) {
+    for (int i = 0; i < kid_count; i++) {
+        if (kids[i] == pid) {
+            kids[i] = kids[--kid_count];
+            return;
         }
     }
 }
 
-void accept_one(int listener) {
-    int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd < 0) return;   // another process took it, or the peer left
-    fflush(stderr);
-    pid_t pid = fork();
-    if (pid == 0) {
-        close(listener);
-        serve_connection(fd);
-    }
-    close(fd);
-    if (pid < 0) {
-        log_line("fastcgi: cannot fork: %s", strerror(errno));
-        return;
-    }
-    kids[kid_count++] = pid;
+void reap() {
+    int status;
+    pid_t pid;
+    while ((pid = waitpid(-1, &status, WNOHANG)) > 0) forget(pid);
 }
 
+void spawn_workers(int listener) {
+    while (kid_count < options.children) {
+        fflush(stderr);
+        pid_t pid = fork();
+        if (pid == 0) worker(listener);
+        if (pid < 0) {
+            log_line("fastcgi: cannot fork: %s", strerror(errno));
+            return;
+        }
+        kids[kid_count++] = pid;
+    }
+}
+
+// The connections wait in the listening socket's queue while every
+// connection process is busy: that is the limit on concurrent requests.
 int serve(int listener, const char *unix_path) {
     while (!stop_wanted) {
         reap();
         if (reread_wanted) {
             reread_wanted = 0;
             reread();
+            // the processes forked before the reading end after their
+            // connection; their successors are forked from the new state
+            for (int i = 0; i < kid_count; i++) kill(kids[i], SIGTERM);
         }
-        if (kid_count >= options.children) {
-            wait_for(nullptr, 0, -1);   // until a child ends (SIGCHLD)
-            continue;
-        }
-        struct pollfd p = {listener, POLLIN, 0};
-        if (wait_for(&p, 1, -1) > 0 && (p.revents & POLLIN)) accept_one(listener);
+        spawn_workers(listener);
+        wait_for(nullptr, 0, -1);   // until a signal: a child ended, HUP, TERM
     }
     // Stop: no new connections; each connection ends after its request.
     close(listener);
@@ -756,12 +769,7 @@ int serve(int listener, const char *unix_path) {
         int status;
         pid_t pid = waitpid(-1, &status, 0);
         if (pid < 0 && errno != EINTR) break;
-        for (int i = 0; pid > 0 && i < kid_count; i++) {
-            if (kids[i] == pid) {
-                kids[i] = kids[--kid_count];
-                break;
-            }
-        }
+        if (pid > 0) forget(pid);
     }
     log_line("fastcgi: stopped");
     return 0;
@@ -775,6 +783,16 @@ bool V_fastcgi_wanted(int argc, char **argv) {
 }
 
 int V_fastcgi_serve(int argc, char **argv) {
+    // The dynamic symbols are bound once, in the parent, before any fork:
+    // bound lazily, each request process would look up again every library
+    // function it calls. The marker keeps the caller's own LD_BIND_NOW.
+    if (!getenv(BOUND_MARK)) {
+        setenv(BOUND_MARK, getenv("LD_BIND_NOW") ? "kept" : "set", 1);
+        setenv("LD_BIND_NOW", "1", 1);
+        execv("/proc/self/exe", argv);   // on failure the server runs as it is
+    }
+    if (!strcmp(getenv(BOUND_MARK), "set")) unsetenv("LD_BIND_NOW");
+    unsetenv(BOUND_MARK);
     if (argc > 0 && argv[0]) program = argv[0];
     if (argc >= 2 && parse_options(argc, argv)) {
         fprintf(stderr, "Usage: vorn --fastcgi [ADDRESS] [--children N] [--timeout SECONDS]\n"
