@@ -1,6 +1,6 @@
 # Vorn as a FastCGI server (label "fastcgi"): the protocol and the server's
-# operations against `vorn --fastcgi` alone, and the answers through nginx
-# and lighttpd compared with lighttpd running Vorn as CGI.
+# operations against `vorn --fastcgi` alone, and the answers through nginx,
+# lighttpd and Apache httpd compared with lighttpd running Vorn as CGI.
 add_test(NAME fastcgi/protocol
          COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/fastcgi/protocol.py
                  $<TARGET_FILE:vorn>)

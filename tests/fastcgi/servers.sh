@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Vorn as a FastCGI server behind real web servers on 127.0.0.1: nginx with
-# `vorn --fastcgi` on a Unix socket, and lighttpd starting vorn itself on a
-# socket handed over on descriptor 0. Every request goes to both and to
+# Vorn as a FastCGI server behind real web servers on 127.0.0.1: nginx and
+# Apache httpd (mod_proxy_fcgi) with `vorn --fastcgi` on a Unix socket, and
+# lighttpd starting vorn itself on a socket handed over on descriptor 0. Every request goes to both and to
 # lighttpd running Vorn as CGI; status, the header lines Vorn makes and the
 # body must be the same (uploads byte for byte), for the test site and the
 # example guestbook.
@@ -14,7 +14,7 @@ source "$here/../../examples/serve-example.sh"
 work=$(mktemp -d /tmp/vorn-fcgi-web-XXXXXX)
 trap 'serve_stop; rm -rf "$work"' EXIT
 chmod 755 "$work"
-servers=(lighttpd nginx-fastcgi lighttpd-fastcgi)
+servers=(lighttpd nginx-fastcgi lighttpd-fastcgi apache2-fastcgi)
 
 fail() {
   echo "FAIL: $*"
@@ -52,8 +52,8 @@ done
 for p in "${ports[@]}"; do printf '127.0.0.1:%s %s\n' "$p" "$work/site"; done > "$work/home/v.config"
 chmod 644 "$work/home/v.config"
 # the FastCGI parents load the site's pages now that v.config names it
-for s in nginx-fastcgi lighttpd-fastcgi; do
-  pid=$(pgrep -f "^$work/$s/cgi/vorn" | head -1) || fail "$s: no vorn parent"
+for s in "${servers[@]:1}"; do
+  pid=$(pgrep -o -f "^$work/$s/cgi/vorn") || fail "$s: no vorn parent"
   kill -HUP "$pid"
 done
 sleep 0.3
@@ -74,7 +74,7 @@ fetch() {
 }
 same() {   # NAME: the FastCGI answers are the CGI answer
   local name=$1 s
-  for s in nginx-fastcgi lighttpd-fastcgi; do
+  for s in "${servers[@]:1}"; do
     cmp -s "$work/$name.lighttpd.head" "$work/$name.$s.head" ||
       { diff "$work/$name.lighttpd.head" "$work/$name.$s.head" || true; fail "$name: $s header"; }
     cmp -s "$work/$name.lighttpd.body" "$work/$name.$s.body" ||
@@ -125,7 +125,7 @@ for s in "${servers[@]}"; do
   sed -i "s/$(date +%Y-%m-%d)/TODAY/g; s/127\.0\.0\.1:[0-9]*/HOST/g" "$work/guest1.$s" "$work/guest2.$s"
 done
 for page in guest1 sign guest2; do
-  for s in nginx-fastcgi lighttpd-fastcgi; do
+  for s in "${servers[@]:1}"; do
     cmp -s "$work/$page.lighttpd" "$work/$page.$s" ||
       { diff "$work/$page.lighttpd" "$work/$page.$s" || true; fail "example $page: $s differs"; }
   done
@@ -137,4 +137,4 @@ for log in "$work"/*/logs/*.log "$work"/*/server/logs/*.log; do
 done
 grep -q 'Invalid V_PAGE value: /nothere.html' "$work/nginx-fastcgi/logs/vorn.log" ||
   fail "nginx-fastcgi: no error log line for the missing page"
-echo "fastcgi servers: 12 requests and the example through nginx and lighttpd checked"
+echo "fastcgi servers: 12 requests and the example through nginx, lighttpd and Apache checked"
