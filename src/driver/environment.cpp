@@ -301,6 +301,9 @@ void V_env_reread() {
     kept_env = nullptr;
     kept_home = nullptr;
     kept_size = 0;
+    free(V_HOME);
+    free(TMP_DIR);
+    V_HOME = TMP_DIR = nullptr;
     V_env();
 }
 

@@ -43,6 +43,7 @@
 #include "driver/request.h"
 #include "fcgi/records.h"
 #include "interp/page_file.h"
+#include "interp/page_reader.h"
 #include "values/buffers.h"
 
 extern char **environ;
@@ -263,16 +264,26 @@ void preload_pages() {
     }
 }
 
+// The parent makes no request heap: the pages it loads are allocated one
+// by one, so that they stay reachable from the page list in every request
+// process (and a leak check there finds nothing it cannot account for).
 void start_warm() {
     V_env_keep();
-    V_start();
+    V_env();
     preload_pages();
 }
 
+void drop_pages() {
+    while (V_FILE *f = v_BUFFERS.files) {
+        v_BUFFERS.files = f->next;
+        free(f->text);
+        free(const_cast<char *>(f->name));
+        free(f);
+    }
+}
+
 void reread() {
-    v_BUFFERS.files = nullptr;   // the old texts stay where the heap has them
-    V_heap_free(v_BUFFERS.hp);
-    v_BUFFERS.hp = V_heap_new();
+    drop_pages();
     V_env_reread();
     preload_pages();
     log_line("fastcgi: v.env read again and the page files loaded again");
@@ -541,6 +552,10 @@ void request_environment(const Pairs &pairs) {
     if (in < 0 || dup2(in, 0) < 0 || lseek(0, 0, SEEK_SET) < 0 || dup2(out, 1) < 0) _exit(127);
     close_range(3, ~0U, 0);
     request_environment(pairs);
+    // V_main finds them again as a CGI run does
+    free(V_HOME);
+    free(TMP_DIR);
+    V_HOME = TMP_DIR = nullptr;
     char *argv[] = {const_cast<char *>(program), nullptr};
     V_main(1, argv);
     _exit(0);
@@ -621,6 +636,8 @@ void serve_request() {
     pid_t pid = fork();
     if (pid == 0) run_request(pairs, req.body, out[1]);
     close(out[1]);
+    if (req.body >= 0) close(req.body);   // an upload's memory goes with the request
+    req.body = -1;
     if (pid < 0) {
         close(out[0]);
         return refuse("500 Internal Server Error", "cannot fork", name);
@@ -771,6 +788,7 @@ int serve(int listener, const char *unix_path) {
         if (pid < 0 && errno != EINTR) break;
         if (pid > 0) forget(pid);
     }
+    drop_pages();
     log_line("fastcgi: stopped");
     return 0;
 }
