@@ -796,6 +796,9 @@ int serve(int listener, const char *unix_path) {
 }   // namespace
 
 bool V_fastcgi_wanted(int argc, char **argv) {
+    // Under a web server the arguments may be the visitor's query string
+    // (`?--fastcgi+/tmp/s`): never a server then.
+    if (getenv("REQUEST_METHOD") || getenv("GATEWAY_INTERFACE")) return false;
     if (argc >= 2 && !strcmp(argv[1], "--fastcgi")) return true;
     return argc == 1 && is_listening(0);
 }

@@ -3,7 +3,8 @@
 #pragma once
 
 // True for `vorn --fastcgi ...`, and for a start with no arguments on a
-// listening socket (descriptor 0), as web servers start FastCGI programs.
+// listening socket (descriptor 0), as web servers start FastCGI programs;
+// never for a CGI request (REQUEST_METHOD or GATEWAY_INTERFACE set).
 bool V_fastcgi_wanted(int argc, char **argv);
 
 // Serves requests until SIGTERM; returns the exit status.
