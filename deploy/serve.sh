@@ -1,7 +1,10 @@
 # Starts a private web server on 127.0.0.1, on a free port, that runs Vorn as
 # CGI through the configuration templates beside this file: lighttpd, apache2
-# (prefork with mod_cgi) or nginx (with fcgiwrap). Used by the example and
-# the tests; source it, then
+# (prefork with mod_cgi) or nginx (with fcgiwrap); or as a FastCGI server:
+# nginx-fastcgi (nginx and `vorn --fastcgi` on a Unix socket),
+# lighttpd-fastcgi (lighttpd starts vorn on its socket) or apache2-fastcgi
+# (mod_proxy_fcgi and `vorn --fastcgi`). Used by the example and the tests;
+# source it, then
 #   serve_start SERVER DIR VORN HOME   # sets SERVE_PORT, SERVE_URL, SERVE_USER
 #   serve_balance DIR PORT...          # nginx in front of the servers on PORT...
 #                                      # sets BALANCE_PORT, BALANCE_URL
@@ -80,6 +83,28 @@ serve_launch() {
         nginx -e "$dir/logs/error.log" -c "$dir/private.conf" -g 'daemon off;' &
         SERVE_PIDS+=($!)
         ;;
+    nginx-fastcgi | apache2-fastcgi)
+        # Vorn's own FastCGI server in the place of fcgiwrap; stopped by
+        # SIGTERM, it lets the requests in flight finish
+        local as_user=()
+        [ "$(id -u)" = 0 ] && as_user=(setpriv --reuid="$SERVE_USER" --regid="$SERVE_GROUP" --init-groups)
+        env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin V_HOME="$SERVE_HOME" \
+            ${ASAN_OPTIONS:+ASAN_OPTIONS="$ASAN_OPTIONS"} ${UBSAN_OPTIONS:+UBSAN_OPTIONS="$UBSAN_OPTIONS"} \
+            "${as_user[@]}" "$dir/cgi/vorn" --fastcgi "$dir/run/vorn.sock" --children 4 \
+            ${SERVE_FASTCGI_OPTIONS:-} 2>>"$dir/logs/vorn.log" &
+        SERVE_PIDS+=($!)
+        for _ in $(seq 100); do [ -S "$dir/run/vorn.sock" ] && break; sleep 0.05; done
+        if [ "$server" = nginx-fastcgi ]; then
+            nginx -e "$dir/logs/error.log" -c "$dir/private.conf" -g 'daemon off;' &
+        else
+            setsid apache2 -f "$dir/private.conf" -DFOREGROUND &
+        fi
+        SERVE_PIDS+=($!)
+        ;;
+    lighttpd-fastcgi)
+        lighttpd -D -f "$dir/private.conf" &
+        SERVE_PIDS+=($!)
+        ;;
     balancer)
         nginx -e "$dir/logs/error.log" -c "$dir/private.conf" -g 'daemon off;' &
         SERVE_PIDS+=($!)
@@ -104,6 +129,13 @@ serve_launch() {
 
 serve_start() {
     local server=$1 dir=$2 vorn=$3 home=$4
+    # the templates: a FastCGI server shares its web server's private.conf
+    local kind=${server%-fastcgi} conf=vorn.conf.in socket=$dir/run/fcgiwrap.sock
+    if [ "$kind" != "$server" ]; then
+        socket=$dir/run/vorn.sock
+        [ "$kind" = nginx ] || conf=fastcgi.conf.in
+    fi
+    SERVE_HOME=$home
     serve_user
     rm -rf "$dir"
     mkdir -p "$dir"/{www,logs,run,cgi}
@@ -117,16 +149,16 @@ serve_start() {
         port=$(serve_pick_port) || break
         local values=(DIR="$dir" PORT="$port" USER="$SERVE_USER" GROUP="$SERVE_GROUP"
                       VORN="$dir/cgi/vorn" V_HOME="$home" LISTEN="127.0.0.1:$port"
-                      FCGI_SOCKET="$dir/run/fcgiwrap.sock"
+                      FCGI_SOCKET="$socket"
                       ASAN_OPTIONS="${ASAN_OPTIONS:-}" UBSAN_OPTIONS="${UBSAN_OPTIONS:-}")
-        serve_fill "$SERVE_DEPLOY/$server/vorn.conf.in" "$dir/vorn.conf" "${values[@]}"
-        serve_fill "$SERVE_DEPLOY/$server/private.conf.in" "$dir/private.conf" "${values[@]}"
+        serve_fill "$SERVE_DEPLOY/$kind/$conf" "$dir/vorn.conf" "${values[@]}"
+        serve_fill "$SERVE_DEPLOY/$kind/private.conf.in" "$dir/private.conf" "${values[@]}"
         if serve_launch "$server" "$dir" "$port"; then
             SERVE_PORT=$port
             SERVE_URL=http://127.0.0.1:$port
             return 0
         fi
-        rm -f "$dir/run/fcgiwrap.sock"
+        rm -f "$socket"
     done
     echo "serve_start: $server did not start; its log:" >&2
     cat "$dir"/logs/*.log >&2 2>/dev/null

@@ -18,8 +18,8 @@ import sys
 # through hooks at start-up.
 LAYERS = [
     ("base", ["base/", "driver/diagnostics"]),
-    ("services", ["patt/", "form/", "db/engine", "db/sqlite_engine", "db/postgres_engine",
-                  "db/libpq_loader"]),
+    ("services", ["patt/", "form/", "fcgi/", "db/engine", "db/sqlite_engine",
+                  "db/postgres_engine", "db/libpq_loader"]),
     ("values", ["values/"]),
     ("database", ["db/session", "db/cursor_ids"]),
     ("commands", ["interp/", "sys/", "db/sql_commands"]),

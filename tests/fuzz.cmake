@@ -23,7 +23,8 @@ target_link_libraries(vorn_fuzz_core PUBLIC ${VORN_LIBRARIES})
 
 add_custom_target(vorn_fuzzers)
 set(fuzz_src ${CMAKE_CURRENT_SOURCE_DIR}/fuzz)
-foreach(target urlencoded form_data cookie substitution expression dates wildcard page)
+foreach(target urlencoded form_data cookie substitution expression dates wildcard page
+               fcgi_records)
   # The harness itself is not instrumented: only the library's coverage
   # counts, and the page harness reads the counters' bounds, which an
   # instrumented file must not name.

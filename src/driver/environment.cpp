@@ -37,6 +37,14 @@ constexpr int CHECK_SIZE = 500;
 char env_buffer[ENV_BUFFER];
 int env_used;
 
+// A server that forks a process per request reads v.env once: the bytes
+// are kept here and parsed again by each request, as the file would be.
+constexpr int KEPT_ENV_MAX = 64 * 1024;
+bool keep_env;
+char *kept_env;
+size_t kept_size;
+char *kept_home;
+
 char site_root[ROOT_SIZE];
 char base_name[BASE_SIZE];
 char pid_text[PID_SIZE];
@@ -89,11 +97,37 @@ void find_home() {
     V_HOME = keep(".");
 }
 
+// Reads v.env whole into kept_env, or leaves it unset when the file is
+// missing or larger than KEPT_ENV_MAX (then each request reads the file).
+void keep_env_file(const char *path) {
+    File fp(fopen(path, "r"));
+    if (!fp) return;
+    char *text = (char *)malloc(KEPT_ENV_MAX + 1);
+    if (!text) return;
+    size_t got = fread(text, 1, KEPT_ENV_MAX + 1, fp.get());
+    if (got > (size_t)KEPT_ENV_MAX) {
+        free(text);
+        return;
+    }
+    kept_env = text;
+    kept_size = got;
+    kept_home = keep(V_HOME);
+}
+
+// The kept copy is parsed from the start of env_buffer again: its lines land
+// where they did in the process that read the file, byte for byte.
+FILE *open_env_file(const char *path) {
+    if (keep_env && !kept_home) keep_env_file(path);
+    if (!kept_env || strcmp(kept_home, V_HOME)) return fopen(path, "r");
+    env_used = 0;
+    return kept_size ? fmemopen(kept_env, kept_size, "r") : nullptr;
+}
+
 void load_env_file() {
     char path[1024];
     int n = snprintf(path, sizeof path, "%s/v.env", V_HOME);
     if (n < 0 || n >= (int)sizeof path) return;
-    File fp(fopen(path, "r"));
+    File fp(open_env_file(path));
     if (!fp) return;
     char line[ENV_LINE];
     while (fgets(line, sizeof line, fp.get())) {
@@ -242,6 +276,35 @@ void V_env() {
     }
     TMP_DIR = keep("/tmp");
     env_store("TMP_DIR=/tmp");
+}
+
+void V_env_keep() {
+    keep_env = true;
+}
+
+void V_env_reread() {
+    // the settings the last reading made go, so a line taken out of the
+    // file no longer applies
+    for (int at = 0; at < env_used;) {
+        const char *setting = env_buffer + at;
+        const char *eq = strchr(setting, '=');
+        if (eq && eq - setting < ENV_LINE) {
+            char name[ENV_LINE];
+            snprintf(name, sizeof name, "%.*s", (int)(eq - setting), setting);
+            unsetenv(name);
+        }
+        at += (int)strlen(setting) + 1;
+    }
+    env_used = 0;
+    free(kept_env);
+    free(kept_home);
+    kept_env = nullptr;
+    kept_home = nullptr;
+    kept_size = 0;
+    free(V_HOME);
+    free(TMP_DIR);
+    V_HOME = TMP_DIR = nullptr;
+    V_env();
 }
 
 void V_values(const char *prog) {

@@ -8,6 +8,13 @@ extern char *V_PAGE;
 extern char *V_ERROR;
 
 void V_env();
+// Makes V_env keep the bytes of v.env at its first reading and parse them
+// again at later ones, in this process and the children it forks, as long
+// as the home directory is the same; a server of many requests reads the
+// file once. V_env_reread drops the copy and the settings it made, and
+// reads the file again.
+void V_env_keep();
+void V_env_reread();
 void V_values(const char *prog);
 // Confines the variable's path to root and requires a regular file; with
 // pages_only the path must also name a page (see V_is_page_name). A refusal
