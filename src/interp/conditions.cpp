@@ -212,7 +212,7 @@ int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
     char *line = b->line;
     int taken = cond;
     int branch = cond;
-    int *note;
+    V_LINE_NOTE *note;
     for (;;) {
         if (V_read_cut(fp, line, &note) <= 0) return 0;
         if (Continue) branch = 0;
@@ -246,7 +246,7 @@ int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
             }
             return 0;
         }
-        if (branch) V_transline(line, nullptr, compile);
+        if (branch) V_text_line(note, line, compile);
     }
 }
 

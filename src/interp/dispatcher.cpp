@@ -210,13 +210,13 @@ int V_command(V_FILE *fp, char *buff, int *compile, int ignore) {
     return V_command_cut(fp, buff, nullptr, compile, ignore);
 }
 
-int V_command_cut(V_FILE *fp, char *buff, int *note, int *compile, int ignore) {
+int V_command_cut(V_FILE *fp, char *buff, V_LINE_NOTE *note, int *compile, int ignore) {
     int kind;
-    if (note && *note != NOTE_UNSEEN) {
-        kind = *note;
+    if (note && note->kind != NOTE_UNSEEN) {
+        kind = note->kind;
     } else {
         kind = note_of(buff);
-        if (note) *note = kind;
+        if (note) note->kind = kind;
     }
     if (kind == NOTE_TEXT) return -1;
     if (kind >= 0) {

@@ -4,11 +4,12 @@
 #pragma once
 
 struct V_FILE;
+struct V_LINE_NOTE;
 
 int V_command(V_FILE *fp, char *buff, int *compile, int ignore);
 // V_command for a line V_read_cut has already cut into buff: note is the
 // one it gave, where the line's command row is kept after the first time.
-int V_command_cut(V_FILE *fp, char *buff, int *note, int *compile, int ignore);
+int V_command_cut(V_FILE *fp, char *buff, V_LINE_NOTE *note, int *compile, int ignore);
 
 // The part a command line (as cut_cmd leaves it) plays in the block
 // structure of its file, as the dispatcher and the block runners take it.

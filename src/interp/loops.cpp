@@ -161,7 +161,7 @@ int V_notfound(V_FILE *fp, int compile, int ignore) {
         V_leave_block();
         return 0;
     }
-    int *note;
+    V_LINE_NOTE *note;
     while (V_read_cut(fp, buff, &note) > 0) {
         if (ContinueBreak || Continue) ignore = 1;
         if (V_command_cut(fp, buff, note, &compile, ignore) == 0) continue;
@@ -170,7 +170,7 @@ int V_notfound(V_FILE *fp, int compile, int ignore) {
             take_loop_tag(tag, !ignore, "V_notfound");
             continue;
         }
-        if (!ignore) V_transline(buff, nullptr, compile);
+        if (!ignore) V_text_line(note, buff, compile);
     }
     V_leave_block();
     return 0;

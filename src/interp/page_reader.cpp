@@ -90,7 +90,7 @@ struct Cut {
     int start;        // offset of the line's first byte
     int end;          // fp->offset after the line and what it took in
     int last_start;   // where the last line read for it began
-    int note;         // the dispatcher's, -1 at first
+    V_LINE_NOTE note;
     int len;
     char *text;   // the cut text and its NUL
 };
@@ -163,7 +163,7 @@ Cut *keep_cut(CutTable *t, int start, const V_FILE *fp, const char *buff) {
         return nullptr;
     }
     memcpy(text, buff, (size_t)len + 1);
-    *c = {start, fp->offset, reading_start, -1, len, text};
+    *c = {start, fp->offset, reading_start, {-1, false, nullptr, nullptr}, len, text};
     *find_slot(t, start) = c;
     t->used++;
     return c;
@@ -171,7 +171,7 @@ Cut *keep_cut(CutTable *t, int start, const V_FILE *fp, const char *buff) {
 
 }   // namespace
 
-int V_read_cut(V_FILE *fp, char *buff, int **note) {
+int V_read_cut(V_FILE *fp, char *buff, V_LINE_NOTE **note) {
     *note = nullptr;
     if (Trace || !V_trace_ready || !fp || !fp->text || !fp->name) {
         if (V_fgets(buff, V_LINE_MAX, fp) == 0) return 0;
@@ -200,6 +200,18 @@ int V_read_cut(V_FILE *fp, char *buff, int **note) {
     }
     if (Cut *c = t ? keep_cut(t, start, fp, buff) : nullptr) *note = &c->note;
     return 1;
+}
+
+void V_text_line(V_LINE_NOTE *note, const char *buff, int compile) {
+    if (!note) {
+        V_transline(buff, nullptr, compile);
+        return;
+    }
+    if (!note->text_tried) {
+        note->text_tried = true;
+        note->text = V_text_form(buff);
+    }
+    V_transline_form(note->text, buff, nullptr, V_LINE_MAX, compile);
 }
 
 int V_fgets(char *buff, int size, V_FILE *fp) {
