@@ -5,7 +5,9 @@
 #include <cctype>
 #include <climits>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "driver/diagnostics.h"
 #include "values/arguments.h"
@@ -296,6 +298,67 @@ int V_error(char *buff, int compile, int ignore) {
 
 bool V_is_assignment(const char *line) {
     return line && strncmp(line, "<@", 2) == 0 && has_let_op(line);
+}
+
+namespace {
+
+// An assignment line taken apart once: the name and the operator stand
+// before any reference, so substitution changes only the value text. The
+// first operator of LET_OPS found in the substituted line is the one found
+// here when it is the first of the table (nothing a value brings can come
+// before it) or when the line has no reference at all.
+struct LetForm {
+    bool assignment;   // V_is_assignment of the line
+    bool ok;
+    char code;
+    int value_at;   // where the value text begins in the line
+    char *name;
+    V_TEXT_FORM *value;
+};
+
+LetForm *let_form(const char *line) {
+    auto *f = static_cast<LetForm *>(calloc(1, sizeof(LetForm)));
+    if (!f) return nullptr;
+    f->assignment = V_is_assignment(line);
+    if (!f->assignment) return f;
+    const char *text = line + 2;   // behind "<@"
+    const char *at = nullptr;
+    const let_op *op = find_let_op(text, &at);
+    if (!op) return f;
+    std::string_view name(text, static_cast<size_t>(at - text));
+    bool refs = strstr(text, "$(") != nullptr;
+    if (name.find("$(") != std::string_view::npos || (refs && op != &LET_OPS[0])) return f;
+    f->name = static_cast<char *>(malloc(name.size() + 1));
+    if (!f->name) return f;
+    memcpy(f->name, name.data(), name.size());
+    f->name[name.size()] = '\0';
+    f->code = op->code;
+    f->value_at = static_cast<int>(at - line) + static_cast<int>(strlen(op->op));
+    f->value = V_text_form(line + f->value_at);
+    f->ok = f->value != nullptr;
+    return f;
+}
+
+}   // namespace
+
+int V_let_kept(char *buff, int compile, int ignore, void **parsed) {
+    if (!*parsed) *parsed = let_form(buff);
+    auto *f = static_cast<LetForm *>(*parsed);
+    if (f && !f->assignment) return -1;
+    // the debug line shows the whole substituted line: the walk writes it
+    if (!f || !f->ok || !compile || Debug || V_debug_pending) return V_let(buff, compile, ignore);
+    command_trace(buff, "<@", compile, ignore, {.name = "V_let"});
+    if (ignore) return 0;
+    // the substituted line would hold the name and operator before the
+    // value, which leaves the value what the line's buffer has left
+    char buf[V_LINE_MAX];
+    V_transline_form(f->value, buff + f->value_at, buf, V_LINE_MAX - (f->value_at - 2), compile);
+    char operand[V_LINE_MAX];
+    int pos = 0;
+    next_arg(buf, &pos, operand, V_LINE_MAX);
+    char value[V_LINE_MAX];
+    let_value(f->code, f->name, operand, value);
+    return V_put_value(f->name, value, 0, 0);
 }
 
 int V_let(char *buff, int compile, int ignore) {

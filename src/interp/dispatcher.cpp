@@ -228,5 +228,8 @@ int V_command_cut(V_FILE *fp, char *buff, V_LINE_NOTE *note, int *compile, int i
 #endif
         if (row->run(fp, buff, compile, ignore) == 0) return 0;
     }
+    // a line no row takes is the assignment's alone, and so is its note
+    if (note && kind == NOTE_NO_ROW)
+        return V_let_kept(buff, *compile, ignore, &note->parsed) == 0 ? 0 : -1;
     return V_let(buff, *compile, ignore) == 0 ? 0 : -1;
 }

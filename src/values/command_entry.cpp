@@ -49,8 +49,12 @@ void command_trace(const char *line, std::string_view tag, int compile, int igno
     }
 }
 
-void command_text(const char *line, size_t skip, int compile, char *out, const Entry &how) {
-    V_transline_n(line + skip, out, how.size, compile);
+void command_text(const char *line, size_t skip, int compile, char *out, const Entry &how,
+                  const V_TEXT_FORM *form) {
+    if (form)
+        V_transline_form(form, line + skip, out, how.size, compile);
+    else
+        V_transline_n(line + skip, out, how.size, compile);
     if (how.form == ENTRY_BUFF || how.form == ENTRY_QUIET)
         V_DEBUG("%s // %s\n", line, out);
     else

@@ -725,12 +725,12 @@ enum SegKind : unsigned char { SEG_TEXT, SEG_VARIABLE, SEG_NAME, SEG_NESTED };
 
 struct Segment {
     SegKind kind;
-    int which;           // SEG_NAME: as match_name gives it
-    int len;             // SEG_TEXT: bytes of the run
-    int rest;            // SEG_NAME: where the text behind the name begins
-    const char *text;    // the run, or the reference's text with its NUL
-    V_TEXT_FORM *inner;  // SEG_NESTED: the split of the reference's text
-    V_MEMO memo;         // SEG_VARIABLE
+    int which;            // SEG_NAME: as match_name gives it
+    int len;              // SEG_TEXT: bytes of the run
+    int rest;             // SEG_NAME: where the text behind the name begins
+    const char *text;     // the run, or the reference's text with its NUL
+    V_TEXT_FORM *inner;   // SEG_NESTED: the split of the reference's text
+    V_MEMO memo;          // SEG_VARIABLE
 };
 
 }   // namespace
