@@ -128,11 +128,11 @@ int run_kind(const char *kw, const char *rest, const char *whole, CondWords *cw,
 }
 
 // Substitutes and evaluates the condition text of the line in buff (already
-// cut before any inline command); buff is reused as scratch. Returns the
-// branch flag.
-int eval_condition(char *buff, int taglen, int compile) {
+// cut before any inline command), from form when the line has one; buff is
+// reused as scratch. Returns the branch flag.
+int eval_condition(char *buff, int taglen, int compile, const V_TEXT_FORM *form) {
     char work[V_LINE_MAX];
-    command_text(buff, taglen, compile, work);
+    command_text(buff, taglen, compile, work, {}, form);
     work[V_LINE_MAX - 1] = 0;
 
     const char *rest = work;
@@ -169,6 +169,39 @@ long inline_at(const char *buff, int taglen) {
     return p ? p - buff : -1;
 }
 
+// A kept condition line taken apart once: where its inline command begins
+// and which loop tag that command holds, and the split of the condition
+// text before it.
+struct IfForm {
+    long inline_at;
+    Loop_tag tag;
+    V_TEXT_FORM *cond;
+};
+
+// The form of a kept <@if> or <@elif> line, made on its first run; null
+// without memory (the line then runs as it always did).
+IfForm *if_form(const char *line, int taglen, void **parsed) {
+    if (*parsed) return static_cast<IfForm *>(*parsed);
+    auto *f = static_cast<IfForm *>(calloc(1, sizeof(IfForm)));
+    char *cond = static_cast<char *>(malloc(V_LINE_MAX));
+    if (f && cond) {
+        f->inline_at = inline_at(line, taglen);
+        f->tag = f->inline_at < 0 ? LOOP_NONE : loop_tag(line + f->inline_at, true);
+        size_t n = f->inline_at < 0 ? strlen(line) : (size_t)f->inline_at;
+        n -= (size_t)taglen;
+        memcpy(cond, line + taglen, n);
+        cond[n] = 0;
+        f->cond = V_text_form(cond);
+    }
+    free(cond);
+    if (f && !f->cond) {
+        free(f);
+        f = nullptr;
+    }
+    *parsed = f;
+    return f;
+}
+
 // The two line buffers of one construct, one pair per nesting level and
 // kept off the C stack, so that deep nesting costs little stack per level.
 struct IfBuffers {
@@ -186,23 +219,39 @@ IfBuffers *if_buffers(int depth) {
 // Evaluates a condition line held in buff and runs its one-line form if it
 // has one. Returns 1 when the lines that follow are the construct's block,
 // with *cond its branch flag; 0 when the inline command has dealt with it.
-int if_head(V_FILE *fp, char *buff, int taglen, int *compile, char *cmd, int *cond) {
-    long at = inline_at(buff, taglen);
+int if_head(V_FILE *fp, char *buff, int taglen, int *compile, char *cmd, int *cond,
+            const IfForm *form) {
+    long at = form ? form->inline_at : inline_at(buff, taglen);
     char *inl = at < 0 ? nullptr : buff + at;
     cmd[0] = 0;
+    Loop_tag tag = LOOP_NONE;
     if (inl) {
-        V_copy_cut(cmd, inl, V_LINE_MAX);
+        // a loop tag is all the inline command needs; any other is copied
+        if (form && form->tag)
+            tag = form->tag;
+        else
+            V_copy_cut(cmd, inl, V_LINE_MAX);
         *inl = 0;
     }
-    *cond = eval_condition(buff, taglen, *compile);
+    *cond = eval_condition(buff, taglen, *compile, form ? form->cond : nullptr);
     if (!inl) return 1;
 
-    V_TRACE("V_if: try as line command: {%s} \n", cmd);
-    if (Loop_tag tag = loop_tag(cmd, true)) {
+    if (!tag) {
+        V_TRACE("V_if: try as line command: {%s} \n", cmd);
+        tag = loop_tag(cmd, true);
+    }
+    if (tag) {
         take_loop_tag(tag, *cond);
         return 0;
     }
     return V_command(fp, cmd, compile, !*cond) == 0 ? 0 : 1;
+}
+
+// The form of the kept line behind note for if_head; null when there is
+// none or while tracing, whose lines the forms would leave out.
+const IfForm *kept_if(V_LINE_NOTE *note, const char *line, int taglen) {
+    if (!note || Trace || !V_trace_ready) return nullptr;
+    return if_form(line, taglen, &note->parsed);
 }
 
 // Runs the lines after the condition line up to the matching "<@end>". An
@@ -222,7 +271,9 @@ int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
                 return 0;
             }
             command_trace(line, ELIF_TAG, compile, 0, IF_ENTRY);
-            if (!if_head(fp, line, (int)sizeof ELIF_TAG - 1, &compile, b->cmd, &cond)) return 0;
+            int taglen = (int)sizeof ELIF_TAG - 1;
+            if (!if_head(fp, line, taglen, &compile, b->cmd, &cond, kept_if(note, line, taglen)))
+                return 0;
             taken = branch = cond;
             continue;
         }
@@ -346,6 +397,10 @@ int V_check_date(const char *text) {
 /* ---- <@if> ---- */
 
 int V_if(V_FILE *fp, char *buff, int compile, int ignore) {
+    return V_if_kept(fp, buff, compile, ignore, nullptr);
+}
+
+int V_if_kept(V_FILE *fp, char *buff, int compile, int ignore, V_LINE_NOTE *note) {
     // The condition is substituted by if_head, once the inline command of
     // a one-line form is cut off.
     bool is_if = starts(buff, IF_TAG);
@@ -353,10 +408,12 @@ int V_if(V_FILE *fp, char *buff, int compile, int ignore) {
     int go = command_entry(buff, tag, compile, ignore, nullptr, IF_ENTRY);
     if (go < 0) return go;
     int taglen = (int)tag.size();
+    const IfForm *form = kept_if(note, buff, taglen);
     if (go == 0) {
         // A skipped construct still consumes its lines, so that nesting
         // stays balanced; a one-line form and an elif own no lines.
-        if (is_if && inline_at(buff, taglen) < 0) V_notfound(fp, compile, 1);
+        if (is_if && (form ? form->inline_at : inline_at(buff, taglen)) < 0)
+            V_notfound(fp, compile, 1);
         return 0;
     }
     if (V_enter_block() < 0) return 0;
@@ -364,7 +421,7 @@ int V_if(V_FILE *fp, char *buff, int compile, int ignore) {
     int cond = 0;
     if (!b)
         ERRMSG("### No memory...");
-    else if (if_head(fp, buff, taglen, &compile, b->cmd, &cond))
+    else if (if_head(fp, buff, taglen, &compile, b->cmd, &cond, form))
         run_block(fp, b, compile, cond);
     V_leave_block();
     return 0;

@@ -226,7 +226,11 @@ int V_command_cut(V_FILE *fp, char *buff, V_LINE_NOTE *note, int *compile, int i
 #ifdef VORN_FUZZ
         if (refused(row->cmd)) ignore = 1;
 #endif
-        if (row->run(fp, buff, compile, ignore) == 0) return 0;
+        if (note && (row->role == ROLE_IF || row->role == ROLE_ELIF)) {
+            if (V_if_kept(fp, buff, *compile, ignore, note) == 0) return 0;
+        } else if (row->run(fp, buff, compile, ignore) == 0) {
+            return 0;
+        }
     }
     // a line no row takes is the assignment's alone, and so is its note
     if (note && kind == NOTE_NO_ROW)
