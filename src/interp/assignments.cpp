@@ -168,21 +168,32 @@ void concat(char *out, const char *a, const char *b) {
     V_copy_cut(out + n, b ? b : "", V_LINE_MAX - n);
 }
 
-// Works out the new value of `name` for operator `code` into out.
-void let_value(char code, const char *name, const char *operand, char *out) {
+// Works out the new value of `name` for operator `code` into out; the
+// integer operators read the current value as current_int does, from u
+// when the caller has the record at hand (found is set then).
+void let_value(char code, const char *name, const char *operand, char *out, bool found = false,
+               const V_USER *u = nullptr) {
     long long r = 0;
     int arg = safe_atoi(operand);
+    auto now = [&](int missing) {
+        if (!found) return current_int(name, missing, true);
+        if (!u) {
+            V_get_value(name);   // for its "not found" trace
+            return missing;
+        }
+        return u->var.value ? safe_atoi(u->var.value) : missing;
+    };
     switch (code) {
     case '=': V_copy_cut(out, operand, V_LINE_MAX); return;
     case '$': concat(out, V_get_value(name), V_get_value(operand)); return;
     case ';': concat(out, V_get_value(name), operand); return;
-    case '+': r = static_cast<long long>(current_int(name, 0, true)) + arg; break;
-    case '-': r = static_cast<long long>(current_int(name, 0, true)) - arg; break;
-    case '*': r = static_cast<long long>(current_int(name, 1, true)) * arg; break;
-    case '/': r = static_cast<long long>(current_int(name, 1, true)) / (arg ? arg : 1); break;
-    case '%': r = static_cast<long long>(current_int(name, 0, true)) % (arg ? arg : 1); break;
-    case 'i': r = static_cast<long long>(current_int(name, 0, true)) + 1; break;
-    case 'd': r = static_cast<long long>(current_int(name, 0, true)) - 1; break;
+    case '+': r = static_cast<long long>(now(0)) + arg; break;
+    case '-': r = static_cast<long long>(now(0)) - arg; break;
+    case '*': r = static_cast<long long>(now(1)) * arg; break;
+    case '/': r = static_cast<long long>(now(1)) / (arg ? arg : 1); break;
+    case '%': r = static_cast<long long>(now(0)) % (arg ? arg : 1); break;
+    case 'i': r = static_cast<long long>(now(0)) + 1; break;
+    case 'd': r = static_cast<long long>(now(0)) - 1; break;
     default: break;
     }
     V_int_text(wrap(r), out);
@@ -314,6 +325,7 @@ struct LetForm {
     int value_at;   // where the value text begins in the line
     char *name;
     V_TEXT_FORM *value;
+    V_MEMO memo;   // the variable assigned
 };
 
 LetForm *let_form(const char *line) {
@@ -357,8 +369,11 @@ int V_let_kept(char *buff, int compile, int ignore, void **parsed) {
     int pos = 0;
     next_arg(buf, &pos, operand, V_LINE_MAX);
     char value[V_LINE_MAX];
-    let_value(f->code, f->name, operand, value);
-    return V_put_value(f->name, value, 0, 0);
+    // Substitution may have run page code: the record is looked for only
+    // now, and it stays good up to the store (reading values changes no tree).
+    V_USER *u = V_get_user_memo(f->name, &f->memo);
+    let_value(f->code, f->name, operand, value, true, u);
+    return u ? V_put_user(u, value) : V_put_value(f->name, value, 0, 0);
 }
 
 int V_let(char *buff, int compile, int ignore) {

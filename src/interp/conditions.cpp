@@ -2,6 +2,7 @@
 // integer and float comparisons and the value tests.
 #include "interp/conditions.h"
 
+#include <cctype>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -72,9 +73,16 @@ void three_words(const char *rest, CondWords *cw) {
     for (auto &w : cw->w) next_word(&rest, w);
 }
 
-// atoi without its undefined overflow: out-of-range values saturate.
+// atoi without its undefined overflow: out-of-range values saturate. Read
+// as strtol reads base 10 (blanks, one sign, digits), without its locale.
 int to_int(const char *s) {
-    long v = strtol(s, nullptr, 10);
+    while (isspace((unsigned char)*s)) s++;
+    bool neg = *s == '-';
+    if (*s == '-' || *s == '+') s++;
+    long long v = 0;
+    for (; is_digit(*s); s++)
+        if (v <= INT_MAX) v = v * 10 + (*s - '0');
+    if (neg) v = -v;
     if (v > INT_MAX) return INT_MAX;
     if (v < INT_MIN) return INT_MIN;
     return (int)v;

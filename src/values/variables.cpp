@@ -187,17 +187,19 @@ char *V_get_value(const char *name) {
     return nullptr;
 }
 
-char *V_get_value_memo(const char *name, V_MEMO *memo) {
+V_USER *V_get_user_memo(const char *name, V_MEMO *memo) {
     bool quiet = !Trace && V_trace_ready;
     V_USER *u = memo->user;
     if (!u || memo->changes != V_tree_changes || !quiet) {
         u = find(name);
         *memo = {quiet ? u : nullptr, V_tree_changes};
     }
-    if (u) {
-        if (u->fixed == 2) refresh_mirror(u);
-        return u->var.value;
-    }
+    if (u && u->fixed == 2) refresh_mirror(u);
+    return u;
+}
+
+char *V_get_value_memo(const char *name, V_MEMO *memo) {
+    if (V_USER *u = V_get_user_memo(name, memo)) return u->var.value;
     V_TRACE("V_get_value: not found {%s} \n", show(name));
     return nullptr;
 }

@@ -36,6 +36,8 @@ struct V_MEMO {
 // V_get_value(name) through memo, which it keeps up to date. While tracing
 // every look-up goes by name, as with V_get_value.
 char *V_get_value_memo(const char *name, V_MEMO *memo);
+// V_get_user(name) through memo, in the same way.
+V_USER *V_get_user_memo(const char *name, V_MEMO *memo);
 V_USER *V_get_user(const char *name);   // the record itself, or null
 int V_clear_value(const char *name_patt);
 int count_tree(avl_t *node, int *maxlen);
