@@ -135,22 +135,73 @@ int run_kind(const char *kw, const char *rest, const char *whole, CondWords *cw,
     return V_user_cmp(cw->w[0], cw->w[1], cw->w[2]);
 }
 
+// The comparisons a kept condition line may name by a keyword written out
+// in its text, so that the keyword need not be looked for on every run.
+enum Keyword { KW_OTHER, KW_CMP, KW_ICMP };
+
+// A kept condition line taken apart once: where its inline command begins
+// and which loop tag that command holds, the split of the condition text
+// before it, and its keyword when that is plain text before any reference.
+struct IfForm {
+    long inline_at;
+    Loop_tag tag;
+    V_TEXT_FORM *cond;
+    Keyword kw;
+    bool neg;      // the keyword began with "!"
+    int rest_at;   // where the words after the keyword begin
+};
+
+// The three words behind the keyword, as three_words reads them, split in
+// place in text: ends written over with NULs, a missing word empty. False,
+// text untouched, for a word that begins with a quote or holds a
+// backslash: those take three_words.
+bool plain_words(char *text, const char *w[3]) {
+    char *end[3] = {};
+    char *p = text;
+    for (int k = 0; k < 3; k++) {
+        while (*p == ' ') p++;
+        w[k] = p;
+        if (strchr("\"'`^~{[", *p) && *p) return false;
+        for (; *p && *p != ' '; p++)
+            if (*p == '\\') return false;
+        end[k] = p;
+    }
+    for (char *e : end) *e = 0;
+    return true;
+}
+
+// The test of a condition whose keyword form found: the substituted words
+// behind it are in rest.
+int run_known(const IfForm *form, char *rest, CondWords *cw) {
+    const char *w[3];
+    if (!plain_words(rest, w)) {
+        three_words(rest, cw);
+        for (int k = 0; k < 3; k++) w[k] = cw->w[k];
+    }
+    if (form->kw == KW_ICMP) return V_user_icmp(to_int(w[0]), w[1], to_int(w[2]));
+    return V_user_cmp(w[0], w[1], w[2]);
+}
+
 // Substitutes and evaluates the condition text of the line in buff (already
 // cut before any inline command), from form when the line has one; buff is
 // reused as scratch. Returns the branch flag.
-int eval_condition(char *buff, int taglen, int compile, const V_TEXT_FORM *form) {
+int eval_condition(char *buff, int taglen, int compile, const IfForm *form) {
     char work[V_LINE_MAX];
-    command_text(buff, taglen, compile, work, {}, form);
+    command_text(buff, taglen, compile, work, {}, form ? form->cond : nullptr);
     work[V_LINE_MAX - 1] = 0;
+    // One set of words serves every condition: a test runs no page code, so
+    // no other condition can start while they are in use (the error page
+    // of a bad fmt: type runs only after its words are done with).
+    static CondWords cw;
+    if (form && form->kw != KW_OTHER && compile) {
+        int holds = run_known(form, work + form->rest_at, &cw) == 0;
+        return form->neg ? !holds : holds;
+    }
 
     const char *rest = work;
     next_word(&rest, buff);
     V_TRACE("V_if: {%s} \n", buff);
 
-    // One set of words serves every condition: a test runs no page code, so
-    // no other condition can start while they are in use (the error page
-    // of a bad fmt: type runs only after its words are done with).
-    static CondWords cw;
     bool neg = false;
     int holds = run_kind(buff, rest, work, &cw, &neg) == 0;
     return neg ? !holds : holds;
@@ -177,14 +228,25 @@ long inline_at(const char *buff, int taglen) {
     return p ? p - buff : -1;
 }
 
-// A kept condition line taken apart once: where its inline command begins
-// and which loop tag that command holds, and the split of the condition
-// text before it.
-struct IfForm {
-    long inline_at;
-    Loop_tag tag;
-    V_TEXT_FORM *cond;
-};
+// Notes the keyword of the condition text cond in f when substitution
+// cannot change it: a plain word ended by a blank (or the text's end)
+// before any reference.
+void find_keyword(const char *cond, IfForm *f) {
+    const char *p = cond;
+    while (*p == ' ') p++;
+    const char *word = p;
+    while (*p && *p != ' ') p++;
+    std::string_view kw(word, (size_t)(p - word));
+    const char *ref = strstr(cond, "$(");
+    if ((ref && ref < p) || cond[0] == '\n') return;
+    f->neg = kw.starts_with('!');
+    if (f->neg) kw.remove_prefix(1);
+    if (kw == "cmp")
+        f->kw = KW_CMP;
+    else if (kw == "icmp")
+        f->kw = KW_ICMP;
+    f->rest_at = (int)(p - cond);
+}
 
 // The form of a kept <@if> or <@elif> line, made on its first run; null
 // without memory (the line then runs as it always did).
@@ -200,6 +262,7 @@ IfForm *if_form(const char *line, int taglen, void **parsed) {
         memcpy(cond, line + taglen, n);
         cond[n] = 0;
         f->cond = V_text_form(cond);
+        find_keyword(cond, f);
     }
     free(cond);
     if (f && !f->cond) {
@@ -241,7 +304,7 @@ int if_head(V_FILE *fp, char *buff, int taglen, int *compile, char *cmd, int *co
             V_copy_cut(cmd, inl, V_LINE_MAX);
         *inl = 0;
     }
-    *cond = eval_condition(buff, taglen, *compile, form ? form->cond : nullptr);
+    *cond = eval_condition(buff, taglen, *compile, form);
     if (!inl) return 1;
 
     if (!tag) {
