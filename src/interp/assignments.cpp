@@ -365,9 +365,8 @@ int V_let_kept(char *buff, int compile, int ignore, void **parsed) {
     // value, which leaves the value what the line's buffer has left
     char buf[V_LINE_MAX];
     V_transline_form(f->value, buff + f->value_at, buf, V_LINE_MAX - (f->value_at - 2), compile);
-    char operand[V_LINE_MAX];
-    int pos = 0;
-    next_arg(buf, &pos, operand, V_LINE_MAX);
+    char operand[V_LINE_MAX];   // no longer than buf: taken without a cut
+    V_arg_string(buf, operand);
     char value[V_LINE_MAX];
     // Substitution may have run page code: the record is looked for only
     // now, and it stays good up to the store (reading values changes no tree).

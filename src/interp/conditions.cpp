@@ -40,6 +40,15 @@ bool is_digit(char c) {
 // The relational operators shared by the three comparisons; d is the sign
 // of left minus right. Returns 0 holds, -1 does not, 1 unknown operator.
 int relation(const char *op, int d) {
+    // the usual one-character operators first, without the string compares
+    if (op[0] && !op[1]) {
+        switch (op[0]) {
+        case '>': return d > 0 ? 0 : -1;
+        case '<': return d < 0 ? 0 : -1;
+        case '=': return d == 0 ? 0 : -1;
+        default: return 1;
+        }
+    }
     if (!strcmp(op, ">=") || !strcmp(op, "&ge;") || !strcmp(op, "&gt;=")) return d >= 0 ? 0 : -1;
     if (!strcmp(op, "<=") || !strcmp(op, "&le;") || !strcmp(op, "&lt;=")) return d <= 0 ? 0 : -1;
     if (!strcmp(op, "!=")) return d != 0 ? 0 : -1;

@@ -191,7 +191,8 @@ void V_piece_written(FILE *fp) {
         return;
     }
     if (interval_passed()) V_flush_output();
-    piece_end = __fpending(stdout);
+    // what __fpending gives, without the call
+    piece_end = static_cast<size_t>(stdout->_IO_write_ptr - stdout->_IO_write_base);
 }
 
 // stdio keeps the held bytes from the start of its buffer, which is ours.
