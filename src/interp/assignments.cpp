@@ -25,7 +25,8 @@ constexpr int RESULT_MAX = V_LINE_MAX - 1;
 // values outside the int range are clamped to it.
 int safe_atoi(const char *s) {
     if (!s) return 0;
-    while (isspace(static_cast<unsigned char>(*s))) s++;
+    // isspace of the "C" locale the process runs in, without the call
+    while (*s == ' ' || (*s >= '\t' && *s <= '\r')) s++;
     bool neg = *s == '-';
     if (*s == '-' || *s == '+') s++;
     long long v = 0;
@@ -359,7 +360,7 @@ int V_let_kept(char *buff, int compile, int ignore, void **parsed) {
     if (f && !f->assignment) return -1;
     // the debug line shows the whole substituted line: the walk writes it
     if (!f || !f->ok || !compile || Debug || V_debug_pending) return V_let(buff, compile, ignore);
-    command_trace(buff, "<@", compile, ignore, {.name = "V_let"});
+    if (Trace || !V_trace_ready) command_trace(buff, "<@", compile, ignore, {.name = "V_let"});
     if (ignore) return 0;
     // the substituted line would hold the name and operator before the
     // value, which leaves the value what the line's buffer has left

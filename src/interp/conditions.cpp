@@ -2,7 +2,6 @@
 // integer and float comparisons and the value tests.
 #include "interp/conditions.h"
 
-#include <cctype>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -85,7 +84,8 @@ void three_words(const char *rest, CondWords *cw) {
 // atoi without its undefined overflow: out-of-range values saturate. Read
 // as strtol reads base 10 (blanks, one sign, digits), without its locale.
 int to_int(const char *s) {
-    while (isspace((unsigned char)*s)) s++;
+    // isspace of the "C" locale the process runs in, without the call
+    while (*s == ' ' || (*s >= '\t' && *s <= '\r')) s++;
     bool neg = *s == '-';
     if (*s == '-' || *s == '+') s++;
     long long v = 0;

@@ -327,8 +327,13 @@ int parse_expression() {
 bool plain_number(const char **s, int64_t *n) {
     const char *p = *s;
     if (!is_digit(*p) || (p[0] == '0' && (is_digit(p[1]) || p[1] == 'x'))) return false;
-    *n = read_decimal(p);
-    while (is_digit(*p)) p++;
+    // read_decimal's saturation, in the same pass over the digits
+    int64_t v = 0;
+    for (; is_digit(*p); p++) {
+        int d = *p - '0';
+        v = v > (INT64_MAX - d) / 10 ? INT64_MAX : v * 10 + d;
+    }
+    *n = v;
     *s = p;
     return true;
 }
