@@ -345,6 +345,10 @@ int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
     for (;;) {
         if (V_read_cut(fp, line, &note) <= 0) return 0;
         if (Continue) branch = 0;
+        if (V_text_note(note)) {
+            if (branch) V_text_line(note, line, compile);
+            continue;
+        }
         if (starts(line, ELIF_TAG)) {
             if (Continue || taken) {
                 V_notfound(fp, compile, 1);

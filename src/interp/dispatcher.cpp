@@ -205,6 +205,10 @@ int note_of(const char *buff) {
 
 }   // namespace
 
+bool V_text_note(const V_LINE_NOTE *note) {
+    return note && note->kind == NOTE_TEXT;
+}
+
 int V_command(V_FILE *fp, char *buff, int *compile, int ignore) {
     cut_cmd(fp, buff);
     return V_command_cut(fp, buff, nullptr, compile, ignore);

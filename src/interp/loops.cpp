@@ -164,6 +164,10 @@ int V_notfound(V_FILE *fp, int compile, int ignore) {
     V_LINE_NOTE *note;
     while (V_read_cut(fp, buff, &note) > 0) {
         if (ContinueBreak || Continue) ignore = 1;
+        if (V_text_note(note)) {
+            if (!ignore) V_text_line(note, buff, compile);
+            continue;
+        }
         if (V_command_cut(fp, buff, note, &compile, ignore) == 0) continue;
         if (has_tag(buff, "<@end>")) break;
         if (Loop_tag tag = loop_tag(buff)) {

@@ -171,8 +171,10 @@ Cut *keep_cut(CutTable *t, int start, const V_FILE *fp, const char *buff) {
 
 }   // namespace
 
-int V_read_cut(V_FILE *fp, char *buff, V_LINE_NOTE **note) {
-    *note = nullptr;
+namespace {
+
+// V_read_cut for a line not kept yet, or one that is not to be kept.
+[[gnu::noinline]] int read_afresh(V_FILE *fp, char *buff, V_LINE_NOTE **note) {
     if (Trace || !V_trace_ready || !fp || !fp->text || !fp->name) {
         if (V_fgets(buff, V_LINE_MAX, fp) == 0) return 0;
         cut_cmd(fp, buff);
@@ -183,8 +185,24 @@ int V_read_cut(V_FILE *fp, char *buff, V_LINE_NOTE **note) {
     // at the end the reader still notes where it stands, for the error log
     if (start >= fp->size) return V_fgets(buff, V_LINE_MAX, fp) > 0;
     CutTable *t = cut_table(fp);
-    if (t && t->size) {
-        if (Cut *c = *find_slot(t, start)) {
+    V_fgets(buff, V_LINE_MAX, fp);
+    if (cut_line(fp, buff) == CUT_TOO_LONG) {
+        ERRMSG("cut_cmd: No more memory...");
+        return 1;
+    }
+    if (Cut *c = t ? keep_cut(t, start, fp, buff) : nullptr) *note = &c->note;
+    return 1;
+}
+
+}   // namespace
+
+int V_read_cut(V_FILE *fp, char *buff, V_LINE_NOTE **note) {
+    *note = nullptr;
+    // the kept line of the file read last, when there is one
+    if (!Trace && V_trace_ready && fp && fp->text && fp->name && last_cuts &&
+        last_cuts->file == fp && last_cuts->table.size && fp->offset >= 0 &&
+        fp->offset < fp->size) {
+        if (Cut *c = *find_slot(&last_cuts->table, fp->offset)) {
             memcpy(buff, c->text, (size_t)c->len + 1);
             fp->offset = c->end;
             reading = fp;
@@ -193,13 +211,7 @@ int V_read_cut(V_FILE *fp, char *buff, V_LINE_NOTE **note) {
             return 1;
         }
     }
-    V_fgets(buff, V_LINE_MAX, fp);
-    if (cut_line(fp, buff) == CUT_TOO_LONG) {
-        ERRMSG("cut_cmd: No more memory...");
-        return 1;
-    }
-    if (Cut *c = t ? keep_cut(t, start, fp, buff) : nullptr) *note = &c->note;
-    return 1;
+    return read_afresh(fp, buff, note);
 }
 
 void V_text_line(V_LINE_NOTE *note, const char *buff, int compile) {

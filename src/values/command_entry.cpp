@@ -64,7 +64,7 @@ void command_text(const char *line, size_t skip, int compile, char *out, const E
 int command_entry(const char *line, std::string_view tag, int compile, int ignore, char *out,
                   const Entry &how) {
     if (!has_tag(line, tag)) return -1;
-    command_trace(line, tag, compile, ignore, how);
+    if (Trace || !V_trace_ready) command_trace(line, tag, compile, ignore, how);
     if (ignore) return 0;
     if (out) command_text(line, tag.size(), compile, out, how);
     return 1;

@@ -257,6 +257,10 @@ void V_write_text(const char *text, int n) {
         put_bytes(fp, text, static_cast<size_t>(n));
 }
 
+void V_write_ascii(const char *text, int n) {
+    if (n > 0) put_bytes(V_out(), text, static_cast<size_t>(n));
+}
+
 void V_write_escaped(FILE *fp, const char *text) {
     if (!text) return;
     const char *run = text;

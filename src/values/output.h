@@ -48,6 +48,9 @@ void V_piece_written(FILE *fp);
 void V_output_fault();
 // Writes n bytes of text to the current stream, entity-encoded when HTML is on.
 void V_write_text(const char *text, int n);
+// V_write_text for text known to hold no byte above 127, which no entity
+// stands for.
+void V_write_ascii(const char *text, int n);
 // Writes text to fp with the markup characters & < > " as entities, so that
 // text from a request shows as text inside a built-in HTML message.
 void V_write_escaped(FILE *fp, const char *text);

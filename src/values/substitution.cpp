@@ -725,6 +725,7 @@ enum SegKind : unsigned char { SEG_TEXT, SEG_VARIABLE, SEG_NAME, SEG_NESTED };
 
 struct Segment {
     SegKind kind;
+    bool ascii;           // SEG_TEXT: no byte above 127, so nothing to encode
     int which;            // SEG_NAME: as match_name gives it
     int len;              // SEG_TEXT: bytes of the run
     int rest;             // SEG_NAME: where the text behind the name begins
@@ -780,6 +781,9 @@ V_TEXT_FORM *split_text(const char *text) {
         Segment &g = seg[f->count++];
         g.kind = kind;
         g.len = n;
+        g.ascii = true;
+        for (int k = 0; k < n; k++)
+            if (from[k] & 0x80) g.ascii = false;
         g.text = w;
         memcpy(w, from, (size_t)n);
         w += n;
@@ -819,7 +823,12 @@ void run_form(const V_TEXT_FORM *f, V_sink &out) {
     for (int i = 0; i < f->count; i++) {
         Segment &g = f->seg[i];
         switch (g.kind) {
-        case SEG_TEXT: sink_bytes(out, g.text, g.len); break;
+        case SEG_TEXT:
+            if (!out.buf && g.ascii)
+                V_write_ascii(g.text, g.len);
+            else
+                sink_bytes(out, g.text, g.len);
+            break;
         case SEG_VARIABLE: {
             const char *value = V_get_value_memo(g.text, &g.memo);
             if (!value) {
