@@ -368,11 +368,15 @@ int V_let_kept(char *buff, int compile, int ignore, void **parsed) {
     V_transline_form(f->value, buff + f->value_at, buf, V_LINE_MAX - (f->value_at - 2), compile);
     char operand[V_LINE_MAX];   // no longer than buf: taken without a cut
     V_arg_string(buf, operand);
-    char value[V_LINE_MAX];
     // Substitution may have run page code: the record is looked for only
     // now, and it stays good up to the store (reading values changes no tree).
     V_USER *u = V_get_user_memo(f->name, &f->memo);
-    let_value(f->code, f->name, operand, value, true, u);
+    const char *value = operand;   // "=" stores the operand as it is
+    char result[V_LINE_MAX];
+    if (f->code != '=') {
+        let_value(f->code, f->name, operand, result, true, u);
+        value = result;
+    }
     return u ? V_put_user(u, value) : V_put_value(f->name, value, 0, 0);
 }
 

@@ -28,8 +28,8 @@ namespace {
 // calendar.
 const int daylong[12] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 
-bool starts(const char *s, const char *tag) {
-    return strncmp(s, tag, strlen(tag)) == 0;
+bool starts(const char *s, std::string_view tag) {
+    return strncmp(s, tag.data(), tag.size()) == 0;
 }
 
 bool is_digit(char c) {
@@ -170,7 +170,16 @@ bool plain_words(char *text, const char *w[3]) {
     for (int k = 0; k < 3; k++) {
         while (*p == ' ') p++;
         w[k] = p;
-        if (strchr("\"'`^~{[", *p) && *p) return false;
+        switch (*p) {
+        case '"':
+        case '\'':
+        case '`':
+        case '^':
+        case '~':
+        case '{':
+        case '[': return false;
+        default: break;
+        }
         for (; *p && *p != ' '; p++)
             if (*p == '\\') return false;
         end[k] = p;

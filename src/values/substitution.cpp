@@ -726,9 +726,9 @@ enum SegKind : unsigned char { SEG_TEXT, SEG_VARIABLE, SEG_NAME, SEG_NESTED };
 struct Segment {
     SegKind kind;
     bool ascii;           // SEG_TEXT: no byte above 127, so nothing to encode
-    int which;            // SEG_NAME: as match_name gives it
+    int which;            // SEG_NAME, SEG_NESTED: as match_name gives it
     int len;              // SEG_TEXT: bytes of the run
-    int rest;             // SEG_NAME: where the text behind the name begins
+    int rest;             // SEG_NAME, SEG_NESTED: where the text behind the name begins
     const char *text;     // the run, or the reference's text with its NUL
     V_TEXT_FORM *inner;   // SEG_NESTED: the split of the reference's text
     V_MEMO memo;          // SEG_VARIABLE
@@ -744,6 +744,28 @@ struct V_TEXT_FORM {
 };
 
 namespace {
+
+constexpr int NAME_UNDECIDED = -2;   // the expansion itself must be matched
+
+// What answers a nested reference whose expansion begins with the literal
+// lit (len bytes), followed by more text when more is set: as match_name
+// gives it, with *rest the name's length, when the literal alone decides
+// it; NAME_UNDECIDED when the text after it could still change the match.
+int decide_name(const char *lit, int len, bool more, int *rest) {
+    if (!names.built) build_names();
+    unsigned char c = (unsigned char)lit[0];
+    for (int k = names.first[c]; k < names.first[c + 1]; k++) {
+        int i = names.order[k];
+        int n = (int)names.len[i];
+        if (strncmp(lit, names.name[i], (size_t)(n < len ? n : len)) != 0) continue;
+        // the literal is this name's beginning, or the name is the literal's
+        if (n > len || (!names.prefix[i] && n == len && more)) return NAME_UNDECIDED;
+        if (!names.prefix[i] && n < len) continue;
+        *rest = n;
+        return names.which[i];
+    }
+    return -1;
+}
 
 // Splits text as V_transline_n walks it; null for what the split leaves to
 // the walk: an unclosed reference, one cut at V_REF_MAX, or one holding a
@@ -808,6 +830,10 @@ V_TEXT_FORM *split_text(const char *text) {
                 V_free_text_form(f);
                 return nullptr;
             }
+            const Segment &head = g.inner->seg[0];
+            g.which = NAME_UNDECIDED;
+            if (g.inner->count > 0 && head.kind == SEG_TEXT)
+                g.which = decide_name(head.text, head.len, g.inner->count > 1, &g.rest);
         } else if ((g.which = match_name(g.text, &rest)) >= 0) {
             g.kind = SEG_NAME;
             g.rest = (int)(rest - g.text);
@@ -843,7 +869,12 @@ void run_form(const V_TEXT_FORM *f, V_sink &out) {
             Scratch expanded(V_REF_MAX);
             V_sink w{expanded.get(), V_REF_MAX, 0};
             run_form(g.inner, w);
-            resolve(expanded.get(), out);
+            if (g.which >= 0)
+                answer(g.which, expanded.get(), expanded.get() + g.rest, out);
+            else if (g.which == -1)
+                row_variable(expanded.get(), out);
+            else
+                resolve(expanded.get(), out);
             break;
         }
         }
