@@ -175,7 +175,8 @@ void concat(char *out, const char *a, const char *b) {
 void let_value(char code, const char *name, const char *operand, char *out, bool found = false,
                const V_USER *u = nullptr) {
     long long r = 0;
-    int arg = safe_atoi(operand);
+    // the operand is read only by the operators that take one
+    int arg = code == 'i' || code == 'd' ? 0 : safe_atoi(operand);
     auto now = [&](int missing) {
         if (!found) return current_int(name, missing, true);
         if (!u) {

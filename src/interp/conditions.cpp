@@ -510,6 +510,13 @@ int V_if_kept(V_FILE *fp, char *buff, int compile, int ignore, V_LINE_NOTE *note
         return 0;
     }
     if (V_enter_block() < 0) return 0;
+    if (form && form->tag) {
+        // a loop tag after the condition: no block, no command to copy
+        buff[form->inline_at] = 0;
+        take_loop_tag(form->tag, eval_condition(buff, taglen, compile, form));
+        V_leave_block();
+        return 0;
+    }
     IfBuffers *b = if_buffers(V_depth);
     int cond = 0;
     if (!b)

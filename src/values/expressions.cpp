@@ -366,14 +366,17 @@ bool small_expression(const char *expr) {
 
 int EXPR_parser(const char *expr, int *v_int, float *v_float) {
     if (!expr) expr = "";
+    // value_float narrowed, kept: the short form leaves value_float as it was
+    static float narrowed = 0;
     int rc = 1;
     if (!small_expression(expr)) {
         EXPR_BUFF = expr;
         EXPR_INIT = 1;
         EXPR_FLOAT = strchr(expr, '.') ? 1 : 0;
         rc = parse_expression();
+        narrowed = to_single(value_float);
     }
     *v_int = static_cast<int>(static_cast<uint32_t>(static_cast<uint64_t>(value_int)));
-    *v_float = to_single(value_float);
+    *v_float = narrowed;
     return rc;
 }
