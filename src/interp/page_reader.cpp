@@ -173,6 +173,17 @@ Cut *keep_cut(CutTable *t, int start, const V_FILE *fp, const char *buff) {
 
 namespace {
 
+// Hands out the kept line c as reading it would have: its text into buff,
+// the file's place after it, the line for the error log, and its note.
+int take_kept(Cut *c, V_FILE *fp, char *buff, V_LINE_NOTE **note) {
+    memcpy(buff, c->text, (size_t)c->len + 1);
+    fp->offset = c->end;
+    reading = fp;
+    reading_start = c->last_start;
+    *note = &c->note;
+    return 1;
+}
+
 // V_read_cut for a line not kept yet, or one that is not to be kept.
 [[gnu::noinline]] int read_afresh(V_FILE *fp, char *buff, V_LINE_NOTE **note) {
     if (Trace || !V_trace_ready || !fp || !fp->text || !fp->name) {
@@ -185,6 +196,12 @@ namespace {
     // at the end the reader still notes where it stands, for the error log
     if (start >= fp->size) return V_fgets(buff, V_LINE_MAX, fp) > 0;
     CutTable *t = cut_table(fp);
+    // kept already, in a file other than the one read last
+    if (t && t->size) {
+        if (Cut *c = *find_slot(t, start)) {
+            return take_kept(c, fp, buff, note);
+        }
+    }
     V_fgets(buff, V_LINE_MAX, fp);
     if (cut_line(fp, buff) == CUT_TOO_LONG) {
         ERRMSG("cut_cmd: No more memory...");
@@ -203,12 +220,7 @@ int V_read_cut(V_FILE *fp, char *buff, V_LINE_NOTE **note) {
         last_cuts->file == fp && last_cuts->table.size && fp->offset >= 0 &&
         fp->offset < fp->size) {
         if (Cut *c = *find_slot(&last_cuts->table, fp->offset)) {
-            memcpy(buff, c->text, (size_t)c->len + 1);
-            fp->offset = c->end;
-            reading = fp;
-            reading_start = c->last_start;
-            *note = &c->note;
-            return 1;
+            return take_kept(c, fp, buff, note);
         }
     }
     return read_afresh(fp, buff, note);
