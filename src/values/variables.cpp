@@ -96,8 +96,15 @@ bool own_heap(V_USER *u) {
 
 void replace_value(V_USER *u, const char *value) {
     if (!own_heap(u)) return;
-    V_heap_reduce(u->hp);
-    u->var.value = copy_text(u->hp, value);
+    if (value) {
+        size_t n = strlen(value);
+        char *p = static_cast<char *>(V_heap_renew(u->hp, static_cast<int>(n + 1)));
+        if (p) memcpy(p, value, n + 1);
+        u->var.value = p;
+    } else {
+        V_heap_reduce(u->hp);
+        u->var.value = nullptr;
+    }
     u->var.next = nullptr;
     u->clean = 0;
 }
