@@ -347,12 +347,12 @@ const IfForm *kept_if(V_LINE_NOTE *note, const char *line, int taglen) {
 // elif that is due is evaluated here in place, so that a long elif chain
 // does not nest.
 int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
-    char *line = b->line;
     int taken = cond;
     int branch = cond;
     V_LINE_NOTE *note;
+    char *line;
     for (;;) {
-        if (V_read_cut(fp, line, &note) <= 0) return 0;
+        if (V_read_cut(fp, b->line, &note, &line) <= 0) return 0;
         if (Continue) branch = 0;
         if (V_text_note(note)) {
             if (branch) V_text_line(note, line, compile);

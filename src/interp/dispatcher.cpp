@@ -194,7 +194,7 @@ namespace {
 
 // What a cut line is, as a note of V_read_cut keeps it: the row's index in
 // v_CMD, or one of these.
-enum { NOTE_UNSEEN = -1, NOTE_TEXT = -2, NOTE_NO_ROW = -3 };
+enum { NOTE_UNSEEN = -1, NOTE_TEXT = V_NOTE_TEXT, NOTE_NO_ROW = -3 };
 
 int note_of(const char *buff) {
     if (!has_tag(buff, TAG_OPEN)) return NOTE_TEXT;
@@ -204,10 +204,6 @@ int note_of(const char *buff) {
 }
 
 }   // namespace
-
-bool V_text_note(const V_LINE_NOTE *note) {
-    return note && note->kind == NOTE_TEXT;
-}
 
 int V_command(V_FILE *fp, char *buff, int *compile, int ignore) {
     cut_cmd(fp, buff);
@@ -220,7 +216,11 @@ int V_command_cut(V_FILE *fp, char *buff, V_LINE_NOTE *note, int *compile, int i
         kind = note->kind;
     } else {
         kind = note_of(buff);
-        if (note) note->kind = kind;
+        if (note) {
+            note->kind = kind;
+            // text, an assignment, an unknown or a block word: only read
+            note->shared = kind < 0 || !v_CMD[kind].run;
+        }
     }
     if (kind == NOTE_TEXT) return -1;
     if (kind >= 0) {

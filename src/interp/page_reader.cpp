@@ -163,7 +163,7 @@ Cut *keep_cut(CutTable *t, int start, const V_FILE *fp, const char *buff) {
         return nullptr;
     }
     memcpy(text, buff, (size_t)len + 1);
-    *c = {start, fp->offset, reading_start, {-1, false, nullptr, nullptr}, len, text};
+    *c = {start, fp->offset, reading_start, {-1, false, false, nullptr, nullptr}, len, text};
     *find_slot(t, start) = c;
     t->used++;
     return c;
@@ -175,8 +175,11 @@ namespace {
 
 // Hands out the kept line c as reading it would have: its text into buff,
 // the file's place after it, the line for the error log, and its note.
-int take_kept(Cut *c, V_FILE *fp, char *buff, V_LINE_NOTE **note) {
-    memcpy(buff, c->text, (size_t)c->len + 1);
+int take_kept(Cut *c, V_FILE *fp, char *buff, V_LINE_NOTE **note, char **line) {
+    if (c->note.shared)
+        *line = c->text;
+    else
+        memcpy(buff, c->text, (size_t)c->len + 1);
     fp->offset = c->end;
     reading = fp;
     reading_start = c->last_start;
@@ -185,7 +188,7 @@ int take_kept(Cut *c, V_FILE *fp, char *buff, V_LINE_NOTE **note) {
 }
 
 // V_read_cut for a line not kept yet, or one that is not to be kept.
-[[gnu::noinline]] int read_afresh(V_FILE *fp, char *buff, V_LINE_NOTE **note) {
+[[gnu::noinline]] int read_afresh(V_FILE *fp, char *buff, V_LINE_NOTE **note, char **line) {
     if (Trace || !V_trace_ready || !fp || !fp->text || !fp->name) {
         if (V_fgets(buff, V_LINE_MAX, fp) == 0) return 0;
         cut_cmd(fp, buff);
@@ -199,7 +202,7 @@ int take_kept(Cut *c, V_FILE *fp, char *buff, V_LINE_NOTE **note) {
     // kept already, in a file other than the one read last
     if (t && t->size) {
         if (Cut *c = *find_slot(t, start)) {
-            return take_kept(c, fp, buff, note);
+            return take_kept(c, fp, buff, note, line);
         }
     }
     V_fgets(buff, V_LINE_MAX, fp);
@@ -213,17 +216,18 @@ int take_kept(Cut *c, V_FILE *fp, char *buff, V_LINE_NOTE **note) {
 
 }   // namespace
 
-int V_read_cut(V_FILE *fp, char *buff, V_LINE_NOTE **note) {
+int V_read_cut(V_FILE *fp, char *buff, V_LINE_NOTE **note, char **line) {
     *note = nullptr;
+    *line = buff;
     // the kept line of the file read last, when there is one
     if (!Trace && V_trace_ready && fp && fp->text && fp->name && last_cuts &&
         last_cuts->file == fp && last_cuts->table.size && fp->offset >= 0 &&
         fp->offset < fp->size) {
         if (Cut *c = *find_slot(&last_cuts->table, fp->offset)) {
-            return take_kept(c, fp, buff, note);
+            return take_kept(c, fp, buff, note, line);
         }
     }
-    return read_afresh(fp, buff, note);
+    return read_afresh(fp, buff, note, line);
 }
 
 void V_text_line(V_LINE_NOTE *note, const char *buff, int compile) {

@@ -33,6 +33,7 @@ int V_cut_line(V_FILE *fp, char *buff);
 // text, whose meaning only that handler knows.
 struct V_LINE_NOTE {
     int kind;
+    bool shared;   // nothing writes into the line: the kept text itself is handed out
     bool text_tried;
     V_TEXT_FORM *text;
     void *parsed;
@@ -46,8 +47,9 @@ struct V_LINE_NOTE {
 // line. Only loaded files (those with a name, which live as long as the
 // process) keep their lines. *note is null when the line was cut afresh: in
 // a text handed to the reader, while tracing (the reader's trace lines then
-// appear as before), or for a line too long to join.
-int V_read_cut(V_FILE *fp, char *buff, V_LINE_NOTE **note);
+// appear as before), or for a line too long to join. *line is the line to
+// run: buff, or the kept text itself for a line whose note is shared.
+int V_read_cut(V_FILE *fp, char *buff, V_LINE_NOTE **note, char **line);
 
 // Writes the text line in buff as V_transline(buff, nullptr, compile) does;
 // with the line's note, through the split kept in it.
