@@ -185,14 +185,31 @@ void V_flush_output(Flush what) {
     piece_end = 0;
 }
 
+namespace {
+
+// What __fpending(stdout) gives, without the call.
+size_t held_bytes() {
+    return static_cast<size_t>(stdout->_IO_write_ptr - stdout->_IO_write_base);
+}
+
+// A finished piece without the interval: another stream is flushed as every
+// piece always was; for the response the end of the piece is noted.
+void mark_piece(FILE *fp) {
+    if (fp != stdout)
+        fflush(fp);
+    else
+        piece_end = held_bytes();
+}
+
+}   // namespace
+
 void V_piece_written(FILE *fp) {
     if (fp != stdout) {
         fflush(fp);
         return;
     }
     if (interval_passed()) V_flush_output();
-    // what __fpending gives, without the call
-    piece_end = static_cast<size_t>(stdout->_IO_write_ptr - stdout->_IO_write_base);
+    piece_end = held_bytes();
 }
 
 // stdio keeps the held bytes from the start of its buffer, which is ours.
@@ -246,6 +263,18 @@ int transvalue(const char *value, char *buff) {
         put_bytes(fp, value, n);
     if (DO_fflush) V_piece_written(fp);
     return V_len;
+}
+
+void V_write_value(const char *value) {
+    if (!value) value = "";
+    size_t n = strlen(value);
+    if (V_len > 0 && n > static_cast<size_t>(V_len)) n = static_cast<size_t>(V_len);
+    FILE *fp = V_out();
+    if (HTML)
+        write_encoded(fp, value, n);
+    else
+        put_bytes(fp, value, n);
+    if (DO_fflush) mark_piece(fp);
 }
 
 void V_write_text(const char *text, int n) {

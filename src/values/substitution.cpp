@@ -861,7 +861,11 @@ void run_form(const V_TEXT_FORM *f, V_sink &out) {
                 V_TRACE("V_transvalue: no value for: [%s]", g.text);
                 value = "";
             }
-            sink_value(out, value);
+            // a plain value runs no page code: the line's end reads the clock
+            if (!out.buf)
+                V_write_value(value);
+            else
+                sink_value(out, value);
             break;
         }
         case SEG_NAME: answer(g.which, g.text, g.text + g.rest, out); break;
