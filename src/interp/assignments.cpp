@@ -327,7 +327,8 @@ struct LetForm {
     int value_at;   // where the value text begins in the line
     char *name;
     V_TEXT_FORM *value;
-    V_MEMO memo;   // the variable assigned
+    V_MEMO memo;     // the variable assigned
+    bool no_value;   // nothing but blanks after the operator
 };
 
 LetForm *let_form(const char *line) {
@@ -350,6 +351,8 @@ LetForm *let_form(const char *line) {
     f->value_at = static_cast<int>(at - line) + static_cast<int>(strlen(op->op));
     f->value = V_text_form(line + f->value_at);
     f->ok = f->value != nullptr;
+    // blanks alone substitute to themselves and give an empty operand
+    f->no_value = line[f->value_at + strspn(line + f->value_at, " ")] == '\0';
     return f;
 }
 
@@ -365,10 +368,14 @@ int V_let_kept(char *buff, int compile, int ignore, void **parsed) {
     if (ignore) return 0;
     // the substituted line would hold the name and operator before the
     // value, which leaves the value what the line's buffer has left
-    char buf[V_LINE_MAX];
-    V_transline_form(f->value, buff + f->value_at, buf, V_LINE_MAX - (f->value_at - 2), compile);
     char operand[V_LINE_MAX];   // no longer than buf: taken without a cut
-    V_arg_string(buf, operand);
+    operand[0] = '\0';
+    if (!f->no_value) {
+        char buf[V_LINE_MAX];
+        V_transline_form(f->value, buff + f->value_at, buf, V_LINE_MAX - (f->value_at - 2),
+                         compile);
+        V_arg_string(buf, operand);
+    }
     // Substitution may have run page code: the record is looked for only
     // now, and it stays good up to the store (reading values changes no tree).
     V_USER *u = V_get_user_memo(f->name, &f->memo);
