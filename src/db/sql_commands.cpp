@@ -121,6 +121,7 @@ struct ColumnVars {
     unsigned long changes;   // V_tree_changes when they were found
     int sqlcase;             // V_sqlcase then
     bool found;
+    int folded;   // the V_sqlcase the names were last folded for, -1 before
 };
 
 // Stores one fetched row as variables; the first row also names the columns.
@@ -128,9 +129,13 @@ void store_row(V_val *val, int numb, int row, char *names, ColumnVars *cols) {
     // while tracing every store goes by name, so that its look-up shows
     bool bound = cols->found && cols->changes == V_tree_changes && cols->sqlcase == V_sqlcase &&
                  !Trace && V_trace_ready;
+    // The names are the cursor's own, the same every row: folded again
+    // only when <@sqlnames> changed the case in the body.
+    bool fold = cols->folded != V_sqlcase;
+    cols->folded = V_sqlcase;
     for (int i = 0; i < numb; i++) {
         if (!val[i].name) continue;
-        fold_name(val[i].name);
+        if (fold) fold_name(val[i].name);
         const char *value = val[i].len < 1 ? "" : val[i].value;
         V_TRACE("Name: %s Value: %s", val[i].name, value);
         if (bound && i < V_MAX_COLUMNS && cols->user[i])
@@ -161,6 +166,7 @@ void V_found(const char *cid, V_FILE *fp, int compile) {
     char names[V_LINE_MAX];
     names[0] = 0;
     ColumnVars cols = {};
+    cols.folded = -1;
     for (;;) {
         int numb = 0;
         int rc = V_select_sql(V_SQL_FETCH, cid, nullptr, nullptr, &numb, val);

@@ -5,7 +5,9 @@
 #include <cctype>
 #include <climits>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "driver/diagnostics.h"
 #include "values/arguments.h"
@@ -23,7 +25,8 @@ constexpr int RESULT_MAX = V_LINE_MAX - 1;
 // values outside the int range are clamped to it.
 int safe_atoi(const char *s) {
     if (!s) return 0;
-    while (isspace(static_cast<unsigned char>(*s))) s++;
+    // isspace of the "C" locale the process runs in, without the call
+    while (*s == ' ' || (*s >= '\t' && *s <= '\r')) s++;
     bool neg = *s == '-';
     if (*s == '-' || *s == '+') s++;
     long long v = 0;
@@ -166,21 +169,33 @@ void concat(char *out, const char *a, const char *b) {
     V_copy_cut(out + n, b ? b : "", V_LINE_MAX - n);
 }
 
-// Works out the new value of `name` for operator `code` into out.
-void let_value(char code, const char *name, const char *operand, char *out) {
+// Works out the new value of `name` for operator `code` into out; the
+// integer operators read the current value as current_int does, from u
+// when the caller has the record at hand (found is set then).
+void let_value(char code, const char *name, const char *operand, char *out, bool found = false,
+               const V_USER *u = nullptr) {
     long long r = 0;
-    int arg = safe_atoi(operand);
+    // the operand is read only by the operators that take one
+    int arg = code == 'i' || code == 'd' ? 0 : safe_atoi(operand);
+    auto now = [&](int missing) {
+        if (!found) return current_int(name, missing, true);
+        if (!u) {
+            V_get_value(name);   // for its "not found" trace
+            return missing;
+        }
+        return u->var.value ? safe_atoi(u->var.value) : missing;
+    };
     switch (code) {
     case '=': V_copy_cut(out, operand, V_LINE_MAX); return;
     case '$': concat(out, V_get_value(name), V_get_value(operand)); return;
     case ';': concat(out, V_get_value(name), operand); return;
-    case '+': r = static_cast<long long>(current_int(name, 0, true)) + arg; break;
-    case '-': r = static_cast<long long>(current_int(name, 0, true)) - arg; break;
-    case '*': r = static_cast<long long>(current_int(name, 1, true)) * arg; break;
-    case '/': r = static_cast<long long>(current_int(name, 1, true)) / (arg ? arg : 1); break;
-    case '%': r = static_cast<long long>(current_int(name, 0, true)) % (arg ? arg : 1); break;
-    case 'i': r = static_cast<long long>(current_int(name, 0, true)) + 1; break;
-    case 'd': r = static_cast<long long>(current_int(name, 0, true)) - 1; break;
+    case '+': r = static_cast<long long>(now(0)) + arg; break;
+    case '-': r = static_cast<long long>(now(0)) - arg; break;
+    case '*': r = static_cast<long long>(now(1)) * arg; break;
+    case '/': r = static_cast<long long>(now(1)) / (arg ? arg : 1); break;
+    case '%': r = static_cast<long long>(now(0)) % (arg ? arg : 1); break;
+    case 'i': r = static_cast<long long>(now(0)) + 1; break;
+    case 'd': r = static_cast<long long>(now(0)) - 1; break;
     default: break;
     }
     V_int_text(wrap(r), out);
@@ -296,6 +311,81 @@ int V_error(char *buff, int compile, int ignore) {
 
 bool V_is_assignment(const char *line) {
     return line && strncmp(line, "<@", 2) == 0 && has_let_op(line);
+}
+
+namespace {
+
+// An assignment line taken apart once: the name and the operator stand
+// before any reference, so substitution changes only the value text. The
+// first operator of LET_OPS found in the substituted line is the one found
+// here when it is the first of the table (nothing a value brings can come
+// before it) or when the line has no reference at all.
+struct LetForm {
+    bool assignment;   // V_is_assignment of the line
+    bool ok;
+    char code;
+    int value_at;   // where the value text begins in the line
+    char *name;
+    V_TEXT_FORM *value;
+    V_MEMO memo;     // the variable assigned
+    bool no_value;   // nothing but blanks after the operator
+};
+
+LetForm *let_form(const char *line) {
+    auto *f = static_cast<LetForm *>(calloc(1, sizeof(LetForm)));
+    if (!f) return nullptr;
+    f->assignment = V_is_assignment(line);
+    if (!f->assignment) return f;
+    const char *text = line + 2;   // behind "<@"
+    const char *at = nullptr;
+    const let_op *op = find_let_op(text, &at);
+    if (!op) return f;
+    std::string_view name(text, static_cast<size_t>(at - text));
+    bool refs = strstr(text, "$(") != nullptr;
+    if (name.find("$(") != std::string_view::npos || (refs && op != &LET_OPS[0])) return f;
+    f->name = static_cast<char *>(malloc(name.size() + 1));
+    if (!f->name) return f;
+    memcpy(f->name, name.data(), name.size());
+    f->name[name.size()] = '\0';
+    f->code = op->code;
+    f->value_at = static_cast<int>(at - line) + static_cast<int>(strlen(op->op));
+    f->value = V_text_form(line + f->value_at);
+    f->ok = f->value != nullptr;
+    // blanks alone substitute to themselves and give an empty operand
+    f->no_value = line[f->value_at + strspn(line + f->value_at, " ")] == '\0';
+    return f;
+}
+
+}   // namespace
+
+int V_let_kept(char *buff, int compile, int ignore, void **parsed) {
+    if (!*parsed) *parsed = let_form(buff);
+    auto *f = static_cast<LetForm *>(*parsed);
+    if (f && !f->assignment) return -1;
+    // the debug line shows the whole substituted line: the walk writes it
+    if (!f || !f->ok || !compile || Debug || V_debug_pending) return V_let(buff, compile, ignore);
+    if (Trace || !V_trace_ready) command_trace(buff, "<@", compile, ignore, {.name = "V_let"});
+    if (ignore) return 0;
+    // the substituted line would hold the name and operator before the
+    // value, which leaves the value what the line's buffer has left
+    char operand[V_LINE_MAX];   // no longer than buf: taken without a cut
+    operand[0] = '\0';
+    if (!f->no_value) {
+        char buf[V_LINE_MAX];
+        V_transline_form(f->value, buff + f->value_at, buf, V_LINE_MAX - (f->value_at - 2),
+                         compile);
+        V_arg_string(buf, operand);
+    }
+    // Substitution may have run page code: the record is looked for only
+    // now, and it stays good up to the store (reading values changes no tree).
+    V_USER *u = V_get_user_memo(f->name, &f->memo);
+    const char *value = operand;   // "=" stores the operand as it is
+    char result[V_LINE_MAX];
+    if (f->code != '=') {
+        let_value(f->code, f->name, operand, result, true, u);
+        value = result;
+    }
+    return u ? V_put_user(u, value) : V_put_value(f->name, value, 0, 0);
 }
 
 int V_let(char *buff, int compile, int ignore) {

@@ -28,8 +28,8 @@ namespace {
 // calendar.
 const int daylong[12] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 
-bool starts(const char *s, const char *tag) {
-    return strncmp(s, tag, strlen(tag)) == 0;
+bool starts(const char *s, std::string_view tag) {
+    return strncmp(s, tag.data(), tag.size()) == 0;
 }
 
 bool is_digit(char c) {
@@ -39,6 +39,15 @@ bool is_digit(char c) {
 // The relational operators shared by the three comparisons; d is the sign
 // of left minus right. Returns 0 holds, -1 does not, 1 unknown operator.
 int relation(const char *op, int d) {
+    // the usual one-character operators first, without the string compares
+    if (op[0] && !op[1]) {
+        switch (op[0]) {
+        case '>': return d > 0 ? 0 : -1;
+        case '<': return d < 0 ? 0 : -1;
+        case '=': return d == 0 ? 0 : -1;
+        default: return 1;
+        }
+    }
     if (!strcmp(op, ">=") || !strcmp(op, "&ge;") || !strcmp(op, "&gt;=")) return d >= 0 ? 0 : -1;
     if (!strcmp(op, "<=") || !strcmp(op, "&le;") || !strcmp(op, "&lt;=")) return d <= 0 ? 0 : -1;
     if (!strcmp(op, "!=")) return d != 0 ? 0 : -1;
@@ -72,9 +81,17 @@ void three_words(const char *rest, CondWords *cw) {
     for (auto &w : cw->w) next_word(&rest, w);
 }
 
-// atoi without its undefined overflow: out-of-range values saturate.
+// atoi without its undefined overflow: out-of-range values saturate. Read
+// as strtol reads base 10 (blanks, one sign, digits), without its locale.
 int to_int(const char *s) {
-    long v = strtol(s, nullptr, 10);
+    // isspace of the "C" locale the process runs in, without the call
+    while (*s == ' ' || (*s >= '\t' && *s <= '\r')) s++;
+    bool neg = *s == '-';
+    if (*s == '-' || *s == '+') s++;
+    long long v = 0;
+    for (; is_digit(*s); s++)
+        if (v <= INT_MAX) v = v * 10 + (*s - '0');
+    if (neg) v = -v;
     if (v > INT_MAX) return INT_MAX;
     if (v < INT_MIN) return INT_MIN;
     return (int)v;
@@ -127,22 +144,82 @@ int run_kind(const char *kw, const char *rest, const char *whole, CondWords *cw,
     return V_user_cmp(cw->w[0], cw->w[1], cw->w[2]);
 }
 
+// The comparisons a kept condition line may name by a keyword written out
+// in its text, so that the keyword need not be looked for on every run.
+enum Keyword { KW_OTHER, KW_CMP, KW_ICMP };
+
+// A kept condition line taken apart once: where its inline command begins
+// and which loop tag that command holds, the split of the condition text
+// before it, and its keyword when that is plain text before any reference.
+struct IfForm {
+    long inline_at;
+    Loop_tag tag;
+    V_TEXT_FORM *cond;
+    Keyword kw;
+    bool neg;      // the keyword began with "!"
+    int rest_at;   // where the words after the keyword begin
+};
+
+// The three words behind the keyword, as three_words reads them, split in
+// place in text: ends written over with NULs, a missing word empty. False,
+// text untouched, for a word that begins with a quote or holds a
+// backslash: those take three_words.
+bool plain_words(char *text, const char *w[3]) {
+    char *end[3] = {};
+    char *p = text;
+    for (int k = 0; k < 3; k++) {
+        while (*p == ' ') p++;
+        w[k] = p;
+        switch (*p) {
+        case '"':
+        case '\'':
+        case '`':
+        case '^':
+        case '~':
+        case '{':
+        case '[': return false;
+        default: break;
+        }
+        for (; *p && *p != ' '; p++)
+            if (*p == '\\') return false;
+        end[k] = p;
+    }
+    for (char *e : end) *e = 0;
+    return true;
+}
+
+// The test of a condition whose keyword form found: the substituted words
+// behind it are in rest.
+int run_known(const IfForm *form, char *rest, CondWords *cw) {
+    const char *w[3];
+    if (!plain_words(rest, w)) {
+        three_words(rest, cw);
+        for (int k = 0; k < 3; k++) w[k] = cw->w[k];
+    }
+    if (form->kw == KW_ICMP) return V_user_icmp(to_int(w[0]), w[1], to_int(w[2]));
+    return V_user_cmp(w[0], w[1], w[2]);
+}
+
 // Substitutes and evaluates the condition text of the line in buff (already
-// cut before any inline command); buff is reused as scratch. Returns the
-// branch flag.
-int eval_condition(char *buff, int taglen, int compile) {
+// cut before any inline command), from form when the line has one; buff is
+// reused as scratch. Returns the branch flag.
+int eval_condition(char *buff, int taglen, int compile, const IfForm *form) {
     char work[V_LINE_MAX];
-    command_text(buff, taglen, compile, work);
+    command_text(buff, taglen, compile, work, {}, form ? form->cond : nullptr);
     work[V_LINE_MAX - 1] = 0;
+    // One set of words serves every condition: a test runs no page code, so
+    // no other condition can start while they are in use (the error page
+    // of a bad fmt: type runs only after its words are done with).
+    static CondWords cw;
+    if (form && form->kw != KW_OTHER && compile) {
+        int holds = run_known(form, work + form->rest_at, &cw) == 0;
+        return form->neg ? !holds : holds;
+    }
 
     const char *rest = work;
     next_word(&rest, buff);
     V_TRACE("V_if: {%s} \n", buff);
 
-    // One set of words serves every condition: a test runs no page code, so
-    // no other condition can start while they are in use (the error page
-    // of a bad fmt: type runs only after its words are done with).
-    static CondWords cw;
     bool neg = false;
     int holds = run_kind(buff, rest, work, &cw, &neg) == 0;
     return neg ? !holds : holds;
@@ -169,6 +246,51 @@ long inline_at(const char *buff, int taglen) {
     return p ? p - buff : -1;
 }
 
+// Notes the keyword of the condition text cond in f when substitution
+// cannot change it: a plain word ended by a blank (or the text's end)
+// before any reference.
+void find_keyword(const char *cond, IfForm *f) {
+    const char *p = cond;
+    while (*p == ' ') p++;
+    const char *word = p;
+    while (*p && *p != ' ') p++;
+    std::string_view kw(word, (size_t)(p - word));
+    const char *ref = strstr(cond, "$(");
+    if ((ref && ref < p) || cond[0] == '\n') return;
+    f->neg = kw.starts_with('!');
+    if (f->neg) kw.remove_prefix(1);
+    if (kw == "cmp")
+        f->kw = KW_CMP;
+    else if (kw == "icmp")
+        f->kw = KW_ICMP;
+    f->rest_at = (int)(p - cond);
+}
+
+// The form of a kept <@if> or <@elif> line, made on its first run; null
+// without memory (the line then runs as it always did).
+IfForm *if_form(const char *line, int taglen, void **parsed) {
+    if (*parsed) return static_cast<IfForm *>(*parsed);
+    auto *f = static_cast<IfForm *>(calloc(1, sizeof(IfForm)));
+    char *cond = static_cast<char *>(malloc(V_LINE_MAX));
+    if (f && cond) {
+        f->inline_at = inline_at(line, taglen);
+        f->tag = f->inline_at < 0 ? LOOP_NONE : loop_tag(line + f->inline_at, true);
+        size_t n = f->inline_at < 0 ? strlen(line) : (size_t)f->inline_at;
+        n -= (size_t)taglen;
+        memcpy(cond, line + taglen, n);
+        cond[n] = 0;
+        f->cond = V_text_form(cond);
+        find_keyword(cond, f);
+    }
+    free(cond);
+    if (f && !f->cond) {
+        free(f);
+        f = nullptr;
+    }
+    *parsed = f;
+    return f;
+}
+
 // The two line buffers of one construct, one pair per nesting level and
 // kept off the C stack, so that deep nesting costs little stack per level.
 struct IfBuffers {
@@ -186,43 +308,65 @@ IfBuffers *if_buffers(int depth) {
 // Evaluates a condition line held in buff and runs its one-line form if it
 // has one. Returns 1 when the lines that follow are the construct's block,
 // with *cond its branch flag; 0 when the inline command has dealt with it.
-int if_head(V_FILE *fp, char *buff, int taglen, int *compile, char *cmd, int *cond) {
-    long at = inline_at(buff, taglen);
+int if_head(V_FILE *fp, char *buff, int taglen, int *compile, char *cmd, int *cond,
+            const IfForm *form) {
+    long at = form ? form->inline_at : inline_at(buff, taglen);
     char *inl = at < 0 ? nullptr : buff + at;
     cmd[0] = 0;
+    Loop_tag tag = LOOP_NONE;
     if (inl) {
-        V_copy_cut(cmd, inl, V_LINE_MAX);
+        // a loop tag is all the inline command needs; any other is copied
+        if (form && form->tag)
+            tag = form->tag;
+        else
+            V_copy_cut(cmd, inl, V_LINE_MAX);
         *inl = 0;
     }
-    *cond = eval_condition(buff, taglen, *compile);
+    *cond = eval_condition(buff, taglen, *compile, form);
     if (!inl) return 1;
 
-    V_TRACE("V_if: try as line command: {%s} \n", cmd);
-    if (Loop_tag tag = loop_tag(cmd, true)) {
+    if (!tag) {
+        V_TRACE("V_if: try as line command: {%s} \n", cmd);
+        tag = loop_tag(cmd, true);
+    }
+    if (tag) {
         take_loop_tag(tag, *cond);
         return 0;
     }
     return V_command(fp, cmd, compile, !*cond) == 0 ? 0 : 1;
 }
 
+// The form of the kept line behind note for if_head; null when there is
+// none or while tracing, whose lines the forms would leave out.
+const IfForm *kept_if(V_LINE_NOTE *note, const char *line, int taglen) {
+    if (!note || Trace || !V_trace_ready) return nullptr;
+    return if_form(line, taglen, &note->parsed);
+}
+
 // Runs the lines after the condition line up to the matching "<@end>". An
 // elif that is due is evaluated here in place, so that a long elif chain
 // does not nest.
 int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
-    char *line = b->line;
     int taken = cond;
     int branch = cond;
-    int *note;
+    V_LINE_NOTE *note;
+    char *line;
     for (;;) {
-        if (V_read_cut(fp, line, &note) <= 0) return 0;
+        if (V_read_cut(fp, b->line, &note, &line) <= 0) return 0;
         if (Continue) branch = 0;
+        if (V_text_note(note)) {
+            if (branch) V_text_line(note, line, compile);
+            continue;
+        }
         if (starts(line, ELIF_TAG)) {
             if (Continue || taken) {
                 V_notfound(fp, compile, 1);
                 return 0;
             }
             command_trace(line, ELIF_TAG, compile, 0, IF_ENTRY);
-            if (!if_head(fp, line, (int)sizeof ELIF_TAG - 1, &compile, b->cmd, &cond)) return 0;
+            int taglen = (int)sizeof ELIF_TAG - 1;
+            if (!if_head(fp, line, taglen, &compile, b->cmd, &cond, kept_if(note, line, taglen)))
+                return 0;
             taken = branch = cond;
             continue;
         }
@@ -246,7 +390,7 @@ int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
             }
             return 0;
         }
-        if (branch) V_transline(line, nullptr, compile);
+        if (branch) V_text_line(note, line, compile);
     }
 }
 
@@ -346,6 +490,10 @@ int V_check_date(const char *text) {
 /* ---- <@if> ---- */
 
 int V_if(V_FILE *fp, char *buff, int compile, int ignore) {
+    return V_if_kept(fp, buff, compile, ignore, nullptr);
+}
+
+int V_if_kept(V_FILE *fp, char *buff, int compile, int ignore, V_LINE_NOTE *note) {
     // The condition is substituted by if_head, once the inline command of
     // a one-line form is cut off.
     bool is_if = starts(buff, IF_TAG);
@@ -353,18 +501,27 @@ int V_if(V_FILE *fp, char *buff, int compile, int ignore) {
     int go = command_entry(buff, tag, compile, ignore, nullptr, IF_ENTRY);
     if (go < 0) return go;
     int taglen = (int)tag.size();
+    const IfForm *form = kept_if(note, buff, taglen);
     if (go == 0) {
         // A skipped construct still consumes its lines, so that nesting
         // stays balanced; a one-line form and an elif own no lines.
-        if (is_if && inline_at(buff, taglen) < 0) V_notfound(fp, compile, 1);
+        if (is_if && (form ? form->inline_at : inline_at(buff, taglen)) < 0)
+            V_notfound(fp, compile, 1);
         return 0;
     }
     if (V_enter_block() < 0) return 0;
+    if (form && form->tag) {
+        // a loop tag after the condition: no block, no command to copy
+        buff[form->inline_at] = 0;
+        take_loop_tag(form->tag, eval_condition(buff, taglen, compile, form));
+        V_leave_block();
+        return 0;
+    }
     IfBuffers *b = if_buffers(V_depth);
     int cond = 0;
     if (!b)
         ERRMSG("### No memory...");
-    else if (if_head(fp, buff, taglen, &compile, b->cmd, &cond))
+    else if (if_head(fp, buff, taglen, &compile, b->cmd, &cond, form))
         run_block(fp, b, compile, cond);
     V_leave_block();
     return 0;

@@ -3,8 +3,11 @@
 #pragma once
 
 struct V_FILE;
+struct V_LINE_NOTE;
 
 int V_if(V_FILE *fp, char *buff, int compile, int ignore);
+// V_if for a kept line: its note keeps the line's condition taken apart.
+int V_if_kept(V_FILE *fp, char *buff, int compile, int ignore, V_LINE_NOTE *note);
 // The command that follows the condition of an <@if> or <@elif> line on the
 // line itself (the one-line form), or null: for an <@if>, null means that the
 // line opens a block.

@@ -194,7 +194,7 @@ namespace {
 
 // What a cut line is, as a note of V_read_cut keeps it: the row's index in
 // v_CMD, or one of these.
-enum { NOTE_UNSEEN = -1, NOTE_TEXT = -2, NOTE_NO_ROW = -3 };
+enum { NOTE_UNSEEN = -1, NOTE_TEXT = V_NOTE_TEXT, NOTE_NO_ROW = -3 };
 
 int note_of(const char *buff) {
     if (!has_tag(buff, TAG_OPEN)) return NOTE_TEXT;
@@ -210,13 +210,17 @@ int V_command(V_FILE *fp, char *buff, int *compile, int ignore) {
     return V_command_cut(fp, buff, nullptr, compile, ignore);
 }
 
-int V_command_cut(V_FILE *fp, char *buff, int *note, int *compile, int ignore) {
+int V_command_cut(V_FILE *fp, char *buff, V_LINE_NOTE *note, int *compile, int ignore) {
     int kind;
-    if (note && *note != NOTE_UNSEEN) {
-        kind = *note;
+    if (note && note->kind != NOTE_UNSEEN) {
+        kind = note->kind;
     } else {
         kind = note_of(buff);
-        if (note) *note = kind;
+        if (note) {
+            note->kind = kind;
+            // text, an assignment, an unknown or a block word: only read
+            note->shared = kind < 0 || !v_CMD[kind].run;
+        }
     }
     if (kind == NOTE_TEXT) return -1;
     if (kind >= 0) {
@@ -226,7 +230,14 @@ int V_command_cut(V_FILE *fp, char *buff, int *note, int *compile, int ignore) {
 #ifdef VORN_FUZZ
         if (refused(row->cmd)) ignore = 1;
 #endif
-        if (row->run(fp, buff, compile, ignore) == 0) return 0;
+        if (note && (row->role == ROLE_IF || row->role == ROLE_ELIF)) {
+            if (V_if_kept(fp, buff, *compile, ignore, note) == 0) return 0;
+        } else if (row->run(fp, buff, compile, ignore) == 0) {
+            return 0;
+        }
     }
+    // a line no row takes is the assignment's alone, and so is its note
+    if (note && kind == NOTE_NO_ROW)
+        return V_let_kept(buff, *compile, ignore, &note->parsed) == 0 ? 0 : -1;
     return V_let(buff, *compile, ignore) == 0 ? 0 : -1;
 }

@@ -2,13 +2,18 @@
 // handlers, the command tree built on first use, and the handler call for
 // each command line.
 #pragma once
-
-struct V_FILE;
+#include "interp/page_reader.h"
 
 int V_command(V_FILE *fp, char *buff, int *compile, int ignore);
 // V_command for a line V_read_cut has already cut into buff: note is the
 // one it gave, where the line's command row is kept after the first time.
-int V_command_cut(V_FILE *fp, char *buff, int *note, int *compile, int ignore);
+int V_command_cut(V_FILE *fp, char *buff, V_LINE_NOTE *note, int *compile, int ignore);
+// True when note is of a line V_command_cut has already found to be text:
+// no command, no block word, nothing but text to write.
+constexpr int V_NOTE_TEXT = -2;
+inline bool V_text_note(const V_LINE_NOTE *note) {
+    return note && note->kind == V_NOTE_TEXT;
+}
 
 // The part a command line (as cut_cmd leaves it) plays in the block
 // structure of its file, as the dispatcher and the block runners take it.

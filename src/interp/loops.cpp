@@ -161,16 +161,21 @@ int V_notfound(V_FILE *fp, int compile, int ignore) {
         V_leave_block();
         return 0;
     }
-    int *note;
-    while (V_read_cut(fp, buff, &note) > 0) {
+    V_LINE_NOTE *note;
+    char *line;
+    while (V_read_cut(fp, buff, &note, &line) > 0) {
         if (ContinueBreak || Continue) ignore = 1;
-        if (V_command_cut(fp, buff, note, &compile, ignore) == 0) continue;
-        if (has_tag(buff, "<@end>")) break;
-        if (Loop_tag tag = loop_tag(buff)) {
+        if (V_text_note(note)) {
+            if (!ignore) V_text_line(note, line, compile);
+            continue;
+        }
+        if (V_command_cut(fp, line, note, &compile, ignore) == 0) continue;
+        if (has_tag(line, "<@end>")) break;
+        if (Loop_tag tag = loop_tag(line)) {
             take_loop_tag(tag, !ignore, "V_notfound");
             continue;
         }
-        if (!ignore) V_transline(buff, nullptr, compile);
+        if (!ignore) V_text_line(note, line, compile);
     }
     V_leave_block();
     return 0;

@@ -90,7 +90,7 @@ struct Cut {
     int start;        // offset of the line's first byte
     int end;          // fp->offset after the line and what it took in
     int last_start;   // where the last line read for it began
-    int note;         // the dispatcher's, -1 at first
+    V_LINE_NOTE note;
     int len;
     char *text;   // the cut text and its NUL
 };
@@ -163,7 +163,7 @@ Cut *keep_cut(CutTable *t, int start, const V_FILE *fp, const char *buff) {
         return nullptr;
     }
     memcpy(text, buff, (size_t)len + 1);
-    *c = {start, fp->offset, reading_start, -1, len, text};
+    *c = {start, fp->offset, reading_start, {-1, false, false, nullptr, nullptr}, len, text};
     *find_slot(t, start) = c;
     t->used++;
     return c;
@@ -171,8 +171,24 @@ Cut *keep_cut(CutTable *t, int start, const V_FILE *fp, const char *buff) {
 
 }   // namespace
 
-int V_read_cut(V_FILE *fp, char *buff, int **note) {
-    *note = nullptr;
+namespace {
+
+// Hands out the kept line c as reading it would have: its text into buff,
+// the file's place after it, the line for the error log, and its note.
+int take_kept(Cut *c, V_FILE *fp, char *buff, V_LINE_NOTE **note, char **line) {
+    if (c->note.shared)
+        *line = c->text;
+    else
+        memcpy(buff, c->text, (size_t)c->len + 1);
+    fp->offset = c->end;
+    reading = fp;
+    reading_start = c->last_start;
+    *note = &c->note;
+    return 1;
+}
+
+// V_read_cut for a line not kept yet, or one that is not to be kept.
+[[gnu::noinline]] int read_afresh(V_FILE *fp, char *buff, V_LINE_NOTE **note, char **line) {
     if (Trace || !V_trace_ready || !fp || !fp->text || !fp->name) {
         if (V_fgets(buff, V_LINE_MAX, fp) == 0) return 0;
         cut_cmd(fp, buff);
@@ -183,14 +199,10 @@ int V_read_cut(V_FILE *fp, char *buff, int **note) {
     // at the end the reader still notes where it stands, for the error log
     if (start >= fp->size) return V_fgets(buff, V_LINE_MAX, fp) > 0;
     CutTable *t = cut_table(fp);
+    // kept already, in a file other than the one read last
     if (t && t->size) {
         if (Cut *c = *find_slot(t, start)) {
-            memcpy(buff, c->text, (size_t)c->len + 1);
-            fp->offset = c->end;
-            reading = fp;
-            reading_start = c->last_start;
-            *note = &c->note;
-            return 1;
+            return take_kept(c, fp, buff, note, line);
         }
     }
     V_fgets(buff, V_LINE_MAX, fp);
@@ -200,6 +212,34 @@ int V_read_cut(V_FILE *fp, char *buff, int **note) {
     }
     if (Cut *c = t ? keep_cut(t, start, fp, buff) : nullptr) *note = &c->note;
     return 1;
+}
+
+}   // namespace
+
+int V_read_cut(V_FILE *fp, char *buff, V_LINE_NOTE **note, char **line) {
+    *note = nullptr;
+    *line = buff;
+    // the kept line of the file read last, when there is one
+    if (!Trace && V_trace_ready && fp && fp->text && fp->name && last_cuts &&
+        last_cuts->file == fp && last_cuts->table.size && fp->offset >= 0 &&
+        fp->offset < fp->size) {
+        if (Cut *c = *find_slot(&last_cuts->table, fp->offset)) {
+            return take_kept(c, fp, buff, note, line);
+        }
+    }
+    return read_afresh(fp, buff, note, line);
+}
+
+void V_text_line(V_LINE_NOTE *note, const char *buff, int compile) {
+    if (!note) {
+        V_transline(buff, nullptr, compile);
+        return;
+    }
+    if (!note->text_tried) {
+        note->text_tried = true;
+        note->text = V_text_form(buff);
+    }
+    V_transline_form(note->text, buff, nullptr, V_LINE_MAX, compile);
 }
 
 int V_fgets(char *buff, int size, V_FILE *fp) {

@@ -3,6 +3,8 @@
 #pragma once
 #include <sys/stat.h>
 
+#include "values/substitution.h"
+
 struct V_FILE {
     char *text;   // the whole file and a terminating zero
     int offset;   // read position
@@ -24,14 +26,31 @@ int cut_cmd(V_FILE *fp, char *buff);
 // V_LINE_MAX - 1 bytes (the line stays as joined so far), else 0.
 int V_cut_line(V_FILE *fp, char *buff);
 
+// What the runners learn about a kept line on its first run and keep with
+// it: the dispatcher's note of what the line is (-1 at first), the split of
+// a text line (made on first writing; tried tells a line the split does not
+// take from one not yet split), and a handler's parsed form of its argument
+// text, whose meaning only that handler knows.
+struct V_LINE_NOTE {
+    int kind;
+    bool shared;   // nothing writes into the line: the kept text itself is handed out
+    bool text_tried;
+    V_TEXT_FORM *text;
+    void *parsed;
+};
+
 // Reads the line at fp->offset as V_fgets and then cut_cmd do, into buff
 // (V_LINE_MAX bytes), leaving fp->offset and V_reading_line as they would.
 // Returns 1, or 0 at the end of the file. The file's text never changes
 // once loaded, so the cut text of each line is kept on first reading and
-// copied on the next: then *note points at an int kept with the line
-// (-1 at first) where the dispatcher remembers what the line is. Only
-// loaded files (those with a name, which live as long as the process) keep
-// their lines. *note is null when the line was cut afresh: in a text
-// handed to the reader, while tracing (the reader's trace lines then
-// appear as before), or for a line too long to join.
-int V_read_cut(V_FILE *fp, char *buff, int **note);
+// copied on the next: then *note points at the V_LINE_NOTE kept with the
+// line. Only loaded files (those with a name, which live as long as the
+// process) keep their lines. *note is null when the line was cut afresh: in
+// a text handed to the reader, while tracing (the reader's trace lines then
+// appear as before), or for a line too long to join. *line is the line to
+// run: buff, or the kept text itself for a line whose note is shared.
+int V_read_cut(V_FILE *fp, char *buff, V_LINE_NOTE **note, char **line);
+
+// Writes the text line in buff as V_transline(buff, nullptr, compile) does;
+// with the line's note, through the split kept in it.
+void V_text_line(V_LINE_NOTE *note, const char *buff, int compile);

@@ -125,6 +125,27 @@ int V_heap_reduce(V_heap *hp) {
     return 0;
 }
 
+void *V_heap_renew(V_heap *hp, int size) {
+    if (Trace || !V_trace_ready || !hp || !hp->smallreq || size < 1 || size > V_HEAP_SMALL) {
+        V_heap_reduce(hp);
+        return V_heap_alloc(hp, size);
+    }
+    for (heapblock_t *mb = hp->smallreq; mb; mb = mb->m_next) mb->m_used = 0;
+    while (hp->bigreq) {
+        heapblock_t *mb = hp->bigreq;
+        hp->bigreq = mb->m_next;
+        free(mb);
+    }
+    // what find_small and rmalign give an emptied heap: the newest block,
+    // its fill mark rounded up to the alignment (the payload is aligned)
+    heapblock_t *mb = hp->smallreq;
+    char *p = small_payload(mb);
+    mb->m_used =
+        static_cast<int16_t>((static_cast<size_t>(size) + SMALL_ALIGN - 1) & ~(SMALL_ALIGN - 1));
+    memset(p, 0, static_cast<size_t>(size));
+    return p;
+}
+
 int V_heap_free(V_heap *hp) {
     V_TRACE("V_heap_free: %ld ", hp ? addr(hp) : -1L);
     if (!hp) return 0;

@@ -22,5 +22,8 @@ constexpr int V_HEAP_HEADER = 8;    // header size counted by the block arithmet
 V_heap *V_heap_new();
 void *V_heap_alloc(V_heap *currheap, int size);
 int V_heap_reduce(V_heap *hp);
+// V_heap_reduce(hp) and then V_heap_alloc(hp, size), with their trace lines
+// while tracing; a small request then takes the first block's start at once.
+void *V_heap_renew(V_heap *hp, int size);
 int V_heap_free(V_heap *hp);
 int rmalign(heapblock_t *mb);

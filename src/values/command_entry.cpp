@@ -49,8 +49,12 @@ void command_trace(const char *line, std::string_view tag, int compile, int igno
     }
 }
 
-void command_text(const char *line, size_t skip, int compile, char *out, const Entry &how) {
-    V_transline_n(line + skip, out, how.size, compile);
+void command_text(const char *line, size_t skip, int compile, char *out, const Entry &how,
+                  const V_TEXT_FORM *form) {
+    if (form)
+        V_transline_form(form, line + skip, out, how.size, compile);
+    else
+        V_transline_n(line + skip, out, how.size, compile);
     if (how.form == ENTRY_BUFF || how.form == ENTRY_QUIET)
         V_DEBUG("%s // %s\n", line, out);
     else
@@ -60,7 +64,7 @@ void command_text(const char *line, size_t skip, int compile, char *out, const E
 int command_entry(const char *line, std::string_view tag, int compile, int ignore, char *out,
                   const Entry &how) {
     if (!has_tag(line, tag)) return -1;
-    command_trace(line, tag, compile, ignore, how);
+    if (Trace || !V_trace_ready) command_trace(line, tag, compile, ignore, how);
     if (ignore) return 0;
     if (out) command_text(line, tag.size(), compile, out, how);
     return 1;

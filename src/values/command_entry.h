@@ -37,7 +37,9 @@ int command_entry(const char *line, std::string_view tag, int compile, int ignor
 
 // The substitution half of command_entry: the text of line after its first
 // skip bytes into out (how.size bytes), then the debug line.
-void command_text(const char *line, size_t skip, int compile, char *out, const Entry &how = {});
+// With a form (V_text_form of line + skip) the text is substituted from it.
+void command_text(const char *line, size_t skip, int compile, char *out, const Entry &how = {},
+                  const V_TEXT_FORM *form = nullptr);
 
 // The trace half of command_entry, for a runner that meets a command line
 // inside its own block and takes it without the entry (an <@elif>).

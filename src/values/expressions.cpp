@@ -322,15 +322,61 @@ int parse_expression() {
     }
 }
 
+// A plain decimal number as the scanner reads it (no octal or hex form),
+// with *s moved behind it; false, *s untouched, for anything else.
+bool plain_number(const char **s, int64_t *n) {
+    const char *p = *s;
+    if (!is_digit(*p) || (p[0] == '0' && (is_digit(p[1]) || p[1] == 'x'))) return false;
+    // read_decimal's saturation, in the same pass over the digits
+    int64_t v = 0;
+    for (; is_digit(*p); p++) {
+        int d = *p - '0';
+        v = v > (INT64_MAX - d) / 10 ? INT64_MAX : v * 10 + d;
+    }
+    *n = v;
+    *s = p;
+    return true;
+}
+
+// The short texts most pages give, "A" or "A op B" with plain decimal
+// numbers and blanks, worked out without the parser's stack: the result
+// the parser would store. False for any other text, which the parser takes.
+bool small_expression(const char *expr) {
+    const char *p = expr;
+    while (*p == ' ') p++;
+    int64_t a = 0, b = 0;
+    if (!plain_number(&p, &a)) return false;
+    while (*p == ' ') p++;
+    if (!*p) {
+        value_int = a;
+        return true;
+    }
+    char op = *p;
+    if (!precedence(op)) return false;
+    p++;
+    while (*p == ' ') p++;
+    if (!plain_number(&p, &b)) return false;
+    while (*p == ' ') p++;
+    if (*p) return false;
+    value_int = int_op(op, a, b);
+    return true;
+}
+
 }   // namespace
 
 int EXPR_parser(const char *expr, int *v_int, float *v_float) {
     if (!expr) expr = "";
-    EXPR_BUFF = expr;
-    EXPR_INIT = 1;
-    EXPR_FLOAT = strchr(expr, '.') ? 1 : 0;
-    int rc = parse_expression();
+    // value_float narrowed, kept: the short form leaves value_float as it was
+    static float narrowed = 0;
+    int rc = 1;
+    if (!small_expression(expr)) {
+        EXPR_BUFF = expr;
+        EXPR_INIT = 1;
+        EXPR_FLOAT = strchr(expr, '.') ? 1 : 0;
+        rc = parse_expression();
+        narrowed = to_single(value_float);
+    }
     *v_int = static_cast<int>(static_cast<uint32_t>(static_cast<uint64_t>(value_int)));
-    *v_float = to_single(value_float);
+    *v_float = narrowed;
     return rc;
 }

@@ -7,6 +7,7 @@
 #include "values/output.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <stdio_ext.h>
@@ -117,8 +118,40 @@ const char *const *entities() {
     return table;
 }
 
+// Every entity stands for a byte with the high bit set, so text is scanned
+// eight bytes at a time for such a byte; plain ASCII goes out in one write.
+bool all_ascii(const char *text, size_t n) {
+    constexpr uint64_t HIGH_BITS = 0x8080808080808080ULL;
+    size_t i = 0;
+    for (; i + sizeof(uint64_t) <= n; i += sizeof(uint64_t)) {
+        uint64_t w;
+        memcpy(&w, text + i, sizeof w);
+        if (w & HIGH_BITS) return false;
+    }
+    for (; i < n; i++)
+        if (text[i] & 0x80) return false;
+    return true;
+}
+
+// fwrite for the short pieces a page is made of: copied straight into the
+// stream's buffer while it has room, as putc_unlocked does byte by byte
+// (a line-buffered or unbuffered stream never has room, so it still goes
+// through stdio); stdio's own path otherwise.
+void put_bytes(FILE *fp, const char *text, size_t n) {
+    if (static_cast<size_t>(fp->_IO_write_end - fp->_IO_write_ptr) >= n) {
+        memcpy(fp->_IO_write_ptr, text, n);
+        fp->_IO_write_ptr += n;
+        return;
+    }
+    fwrite(text, 1, n, fp);
+}
+
 // Runs of bytes without an entity go out in one write.
 void write_encoded(FILE *fp, const char *text, size_t n) {
+    if (all_ascii(text, n)) {
+        put_bytes(fp, text, n);
+        return;
+    }
     const char *const *table = entities();
     size_t start = 0;
     for (size_t i = 0; i < n; i++) {
@@ -135,6 +168,9 @@ void write_encoded(FILE *fp, const char *text, size_t n) {
 
 void V_output_start() {
     holding = setvbuf(stdout, hold, _IOFBF, sizeof hold) == 0;
+    // The process runs one thread: stdio need not lock the stream for
+    // every write.
+    __fsetlocking(stdout, FSETLOCKING_BYCALLER);
 }
 
 void V_flush_output(Flush what) {
@@ -149,13 +185,31 @@ void V_flush_output(Flush what) {
     piece_end = 0;
 }
 
+namespace {
+
+// What __fpending(stdout) gives, without the call.
+size_t held_bytes() {
+    return static_cast<size_t>(stdout->_IO_write_ptr - stdout->_IO_write_base);
+}
+
+// A finished piece without the interval: another stream is flushed as every
+// piece always was; for the response the end of the piece is noted.
+void mark_piece(FILE *fp) {
+    if (fp != stdout)
+        fflush(fp);
+    else
+        piece_end = held_bytes();
+}
+
+}   // namespace
+
 void V_piece_written(FILE *fp) {
     if (fp != stdout) {
         fflush(fp);
         return;
     }
     if (interval_passed()) V_flush_output();
-    piece_end = __fpending(stdout);
+    piece_end = held_bytes();
 }
 
 // stdio keeps the held bytes from the start of its buffer, which is ours.
@@ -206,9 +260,21 @@ int transvalue(const char *value, char *buff) {
     if (HTML)
         write_encoded(fp, value, n);
     else
-        fwrite(value, 1, n, fp);
+        put_bytes(fp, value, n);
     if (DO_fflush) V_piece_written(fp);
     return V_len;
+}
+
+void V_write_value(const char *value) {
+    if (!value) value = "";
+    size_t n = strlen(value);
+    if (V_len > 0 && n > static_cast<size_t>(V_len)) n = static_cast<size_t>(V_len);
+    FILE *fp = V_out();
+    if (HTML)
+        write_encoded(fp, value, n);
+    else
+        put_bytes(fp, value, n);
+    if (DO_fflush) mark_piece(fp);
 }
 
 void V_write_text(const char *text, int n) {
@@ -217,7 +283,11 @@ void V_write_text(const char *text, int n) {
     if (HTML)
         write_encoded(fp, text, static_cast<size_t>(n));
     else
-        fwrite(text, 1, static_cast<size_t>(n), fp);
+        put_bytes(fp, text, static_cast<size_t>(n));
+}
+
+void V_write_ascii(const char *text, int n) {
+    if (n > 0) put_bytes(V_out(), text, static_cast<size_t>(n));
 }
 
 void V_write_escaped(FILE *fp, const char *text) {

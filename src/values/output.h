@@ -41,6 +41,10 @@ void V_flush_output(Flush what = Flush::Response);
 // flushed as every piece always was; the response is sent when the last send
 // is older than the interval, so a slow page still shows as it is made.
 void V_piece_written(FILE *fp);
+// transvalue(value, nullptr) for a value inside a line whose end the caller
+// reports with V_piece_written: the piece is marked as finished, but the
+// clock is left for the line's end, moments later.
+void V_write_value(const char *value);
 // Before a fault ends the process by a signal, which skips stdio's exit:
 // sends the held bytes up to the end of the last finished piece. The rest
 // (a line the fault cut short) stays unsent, as with a flush after every
@@ -48,6 +52,9 @@ void V_piece_written(FILE *fp);
 void V_output_fault();
 // Writes n bytes of text to the current stream, entity-encoded when HTML is on.
 void V_write_text(const char *text, int n);
+// V_write_text for text known to hold no byte above 127, which no entity
+// stands for.
+void V_write_ascii(const char *text, int n);
 // Writes text to fp with the markup characters & < > " as entities, so that
 // text from a request shows as text inside a built-in HTML message.
 void V_write_escaped(FILE *fp, const char *text);

@@ -656,23 +656,41 @@ void answer_installed(const V_VALUE_ROW &row, const char *rest, V_sink &out) {
     sink_value(out, value.get());
 }
 
-void resolve(const char *ref, V_sink &out) {
-    V_TRACE("V_transvalue: [%s]", ref);
+// Bumped whenever the installed rows change, so that a split made against
+// the old names is not used with the new ones.
+int names_generation;
+
+// The builtin or installed name that answers ref, as an index into builtins
+// or BUILTINS + the installed row, with *rest the text behind it; -1 for a
+// variable.
+int match_name(const char *ref, const char **rest) {
     if (!names.built) build_names();
     unsigned char c = (unsigned char)ref[0];
     for (int k = names.first[c]; k < names.first[c + 1]; k++) {
         int i = names.order[k];
         if (strncmp(ref, names.name[i], names.len[i]) != 0) continue;
-        const char *rest = ref + names.len[i];
-        if (!names.prefix[i] && *rest) continue;
-        int which = names.which[i];
-        if (which < BUILTINS)
-            builtins[which].answer(ref, rest, out);
-        else
-            answer_installed(value_rows[which - BUILTINS], rest, out);
-        return;
+        *rest = ref + names.len[i];
+        if (!names.prefix[i] && **rest) continue;
+        return names.which[i];
     }
-    row_variable(ref, out);
+    return -1;
+}
+
+void answer(int which, const char *ref, const char *rest, V_sink &out) {
+    if (which < BUILTINS)
+        builtins[which].answer(ref, rest, out);
+    else
+        answer_installed(value_rows[which - BUILTINS], rest, out);
+}
+
+void resolve(const char *ref, V_sink &out) {
+    V_TRACE("V_transvalue: [%s]", ref);
+    const char *rest = nullptr;
+    int which = match_name(ref, &rest);
+    if (which >= 0)
+        answer(which, ref, rest, out);
+    else
+        row_variable(ref, out);
 }
 
 // The next "$(" of text, or null.
@@ -700,7 +718,203 @@ const char *collect_ref(const char *p, char *ref) {
     return p;
 }
 
+// One piece of a split text: a literal run, or a reference with what
+// answers it found once. A reference that holds others is split itself; its
+// expanded text decides what answers it on every use.
+enum SegKind : unsigned char { SEG_TEXT, SEG_VARIABLE, SEG_NAME, SEG_NESTED };
+
+struct Segment {
+    SegKind kind;
+    bool ascii;           // SEG_TEXT: no byte above 127, so nothing to encode
+    int which;            // SEG_NAME, SEG_NESTED: as match_name gives it
+    int len;              // SEG_TEXT: bytes of the run
+    int rest;             // SEG_NAME, SEG_NESTED: where the text behind the name begins
+    const char *text;     // the run, or the reference's text with its NUL
+    V_TEXT_FORM *inner;   // SEG_NESTED: the split of the reference's text
+    V_MEMO memo;          // SEG_VARIABLE
+};
+
 }   // namespace
+
+struct V_TEXT_FORM {
+    int generation;   // names_generation when it was made
+    int count;
+    Segment *seg;
+    char *text;   // the runs and references, each with a NUL
+};
+
+namespace {
+
+constexpr int NAME_UNDECIDED = -2;   // the expansion itself must be matched
+
+// What answers a nested reference whose expansion begins with the literal
+// lit (len bytes), followed by more text when more is set: as match_name
+// gives it, with *rest the name's length, when the literal alone decides
+// it; NAME_UNDECIDED when the text after it could still change the match.
+int decide_name(const char *lit, int len, bool more, int *rest) {
+    if (!names.built) build_names();
+    unsigned char c = (unsigned char)lit[0];
+    for (int k = names.first[c]; k < names.first[c + 1]; k++) {
+        int i = names.order[k];
+        int n = (int)names.len[i];
+        if (strncmp(lit, names.name[i], (size_t)(n < len ? n : len)) != 0) continue;
+        // the literal is this name's beginning, or the name is the literal's
+        if (n > len || (!names.prefix[i] && n == len && more)) return NAME_UNDECIDED;
+        if (!names.prefix[i] && n < len) continue;
+        *rest = n;
+        return names.which[i];
+    }
+    return -1;
+}
+
+// Splits text as V_transline_n walks it; null for what the split leaves to
+// the walk: an unclosed reference, one cut at V_REF_MAX, or one holding a
+// line end (whose meaning depends on IgnoreEmpty).
+V_TEXT_FORM *split_text(const char *text) {
+    int count = 0;
+    for (const char *p = text, *mark; (mark = find_ref(p)) != nullptr;) {
+        int depth = 0;
+        const char *q = mark + 2;
+        for (; *q; q++) {
+            if (*q == '\n') return nullptr;
+            if (*q == ')' && depth-- == 0) break;
+            if (*q == '(') depth++;
+        }
+        if (!*q || q - (mark + 2) >= V_REF_MAX - 1) return nullptr;
+        count += 2;
+        p = q + 1;
+    }
+    count++;
+    size_t len = strlen(text);
+    auto *f = static_cast<V_TEXT_FORM *>(calloc(1, sizeof(V_TEXT_FORM)));
+    auto *seg = static_cast<Segment *>(calloc((size_t)count, sizeof(Segment)));
+    char *copy = static_cast<char *>(malloc(len + (size_t)count + 1));
+    if (!f || !seg || !copy) {
+        free(f);
+        free(seg);
+        free(copy);
+        return nullptr;
+    }
+    f->seg = seg;
+    f->text = copy;
+    f->generation = names_generation;
+    char *w = copy;
+    auto add = [&](SegKind kind, const char *from, int n) -> Segment & {
+        Segment &g = seg[f->count++];
+        g.kind = kind;
+        g.len = n;
+        g.ascii = true;
+        for (int k = 0; k < n; k++)
+            if (from[k] & 0x80) g.ascii = false;
+        g.text = w;
+        memcpy(w, from, (size_t)n);
+        w += n;
+        *w++ = '\0';
+        return g;
+    };
+    const char *p = text;
+    for (const char *mark; (mark = find_ref(p)) != nullptr;) {
+        if (mark > p) add(SEG_TEXT, p, (int)(mark - p));
+        int depth = 0;
+        const char *q = mark + 2;
+        for (; *q; q++) {
+            if (*q == ')' && depth-- == 0) break;
+            if (*q == '(') depth++;
+        }
+        Segment &g = add(SEG_VARIABLE, mark + 2, (int)(q - (mark + 2)));
+        const char *rest = nullptr;
+        if (find_ref(g.text)) {
+            g.kind = SEG_NESTED;
+            g.inner = split_text(g.text);
+            if (!g.inner) {
+                V_free_text_form(f);
+                return nullptr;
+            }
+            const Segment &head = g.inner->seg[0];
+            g.which = NAME_UNDECIDED;
+            if (g.inner->count > 0 && head.kind == SEG_TEXT)
+                g.which = decide_name(head.text, head.len, g.inner->count > 1, &g.rest);
+        } else if ((g.which = match_name(g.text, &rest)) >= 0) {
+            g.kind = SEG_NAME;
+            g.rest = (int)(rest - g.text);
+        }
+        p = q + 1;
+    }
+    if (*p) add(SEG_TEXT, p, (int)strlen(p));
+    return f;
+}
+
+// The walk of V_transline_n over a split text, into out.
+void run_form(const V_TEXT_FORM *f, V_sink &out) {
+    for (int i = 0; i < f->count; i++) {
+        Segment &g = f->seg[i];
+        switch (g.kind) {
+        case SEG_TEXT:
+            if (!out.buf && g.ascii)
+                V_write_ascii(g.text, g.len);
+            else
+                sink_bytes(out, g.text, g.len);
+            break;
+        case SEG_VARIABLE: {
+            const char *value = V_get_value_memo(g.text, &g.memo);
+            if (!value) {
+                V_TRACE("V_transvalue: no value for: [%s]", g.text);
+                value = "";
+            }
+            // a plain value runs no page code: the line's end reads the clock
+            if (!out.buf)
+                V_write_value(value);
+            else
+                sink_value(out, value);
+            break;
+        }
+        case SEG_NAME: answer(g.which, g.text, g.text + g.rest, out); break;
+        case SEG_NESTED: {
+            Scratch expanded(V_REF_MAX);
+            V_sink w{expanded.get(), V_REF_MAX, 0};
+            run_form(g.inner, w);
+            if (g.which >= 0)
+                answer(g.which, expanded.get(), expanded.get() + g.rest, out);
+            else if (g.which == -1)
+                row_variable(expanded.get(), out);
+            else
+                resolve(expanded.get(), out);
+            break;
+        }
+        }
+    }
+}
+
+}   // namespace
+
+V_TEXT_FORM *V_text_form(const char *line) {
+    if (!line) return nullptr;
+    if (!names.built) build_names();
+    return split_text(line);
+}
+
+void V_free_text_form(V_TEXT_FORM *form) {
+    if (!form) return;
+    for (int i = 0; i < form->count; i++)
+        if (form->seg[i].kind == SEG_NESTED) V_free_text_form(form->seg[i].inner);
+    free(form->seg);
+    free(form->text);
+    free(form);
+}
+
+void V_transline_form(const V_TEXT_FORM *form, const char *line, char *buff, int size,
+                      int compile) {
+    if (!form || !compile || (IgnoreEmpty && line[0] == '\n') || Trace || !V_trace_ready ||
+        form->generation != names_generation) {
+        V_transline_n(line, buff, size, compile);
+        return;
+    }
+    if (buff && size <= 0) return;
+    if (buff) buff[0] = '\0';
+    V_sink out{buff, size, 0};
+    run_form(form, out);
+    if (!buff && DO_fflush) V_piece_written(V_out());
+}
 
 void V_transline_n(const char *line, char *buff, int size, int compile) {
     if (buff && size <= 0) return;
@@ -742,6 +956,7 @@ void V_transline_n(const char *line, char *buff, int size, int compile) {
 void V_set_value_rows(const V_VALUE_ROW *rows) {
     value_rows = rows;
     names.built = false;
+    names_generation++;
 }
 
 void V_transline(const char *line, char *buff, int compile) {

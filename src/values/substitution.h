@@ -12,6 +12,20 @@ void V_transline(const char *line, char *buff, int compile);
 void V_transline_n(const char *line, char *buff, int size, int compile);
 void V_transvalue(const char *ref, char *buff);
 
+// A line split once into its literal runs and $(...) references, each
+// reference with what answers it (a variable, a modifier or system name and
+// its handler, or a nested text split in turn), for a line that is
+// substituted again and again. Null when the line holds a reference the
+// split does not take (unclosed, too long, or across a line end).
+struct V_TEXT_FORM;
+V_TEXT_FORM *V_text_form(const char *line);
+void V_free_text_form(V_TEXT_FORM *form);
+// V_transline_n(line, buff, size, compile) for the line form was made from
+// (a null form takes the walk): the same bytes, values and cuts. While
+// tracing, or after the installed names changed, it walks line instead.
+void V_transline_form(const V_TEXT_FORM *form, const char *line, char *buff, int size,
+                      int compile);
+
 // A $(...) name whose value the value layer cannot find itself: it comes
 // from a user function, the database, a stream or the page run. value gets
 // the text after the name and fills out (V_LINE_MAX bytes), which is then

@@ -96,8 +96,15 @@ bool own_heap(V_USER *u) {
 
 void replace_value(V_USER *u, const char *value) {
     if (!own_heap(u)) return;
-    V_heap_reduce(u->hp);
-    u->var.value = copy_text(u->hp, value);
+    if (value) {
+        size_t n = strlen(value);
+        char *p = static_cast<char *>(V_heap_renew(u->hp, static_cast<int>(n + 1)));
+        if (p) memcpy(p, value, n + 1);
+        u->var.value = p;
+    } else {
+        V_heap_reduce(u->hp);
+        u->var.value = nullptr;
+    }
     u->var.next = nullptr;
     u->clean = 0;
 }
@@ -183,6 +190,23 @@ char *V_get_value(const char *name) {
         if (u->fixed == 2) refresh_mirror(u);   // another process may have written
         return u->var.value;
     }
+    V_TRACE("V_get_value: not found {%s} \n", show(name));
+    return nullptr;
+}
+
+V_USER *V_get_user_memo(const char *name, V_MEMO *memo) {
+    bool quiet = !Trace && V_trace_ready;
+    V_USER *u = memo->user;
+    if (!u || memo->changes != V_tree_changes || !quiet) {
+        u = find(name);
+        *memo = {quiet ? u : nullptr, V_tree_changes};
+    }
+    if (u && u->fixed == 2) refresh_mirror(u);
+    return u;
+}
+
+char *V_get_value_memo(const char *name, V_MEMO *memo) {
+    if (V_USER *u = V_get_user_memo(name, memo)) return u->var.value;
     V_TRACE("V_get_value: not found {%s} \n", show(name));
     return nullptr;
 }

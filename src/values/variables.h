@@ -27,6 +27,17 @@ int V_put_value(const char *name, const char *value, int fixed, int cookie);
 int V_put_user(V_USER *u, const char *value);
 int V_add_value(const char *name, const char *value);
 char *V_get_value(const char *name);
+// What a place that reads the same name again and again remembers of it:
+// the record, good while no node has entered or left a tree. Zeroed at first.
+struct V_MEMO {
+    V_USER *user;
+    unsigned long changes;
+};
+// V_get_value(name) through memo, which it keeps up to date. While tracing
+// every look-up goes by name, as with V_get_value.
+char *V_get_value_memo(const char *name, V_MEMO *memo);
+// V_get_user(name) through memo, in the same way.
+V_USER *V_get_user_memo(const char *name, V_MEMO *memo);
 V_USER *V_get_user(const char *name);   // the record itself, or null
 int V_clear_value(const char *name_patt);
 int count_tree(avl_t *node, int *maxlen);

@@ -11,7 +11,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 source "$here/../sanitizer.sh"
 skip=77
 
-lib=$(ldconfig -p | awk '$1 == "libpq.so.5" { print $NF; exit }')
+lib=$(ldconfig -p | awk '$1 == "libpq.so.5" && !found { print $NF; found = 1 }')
 if [ "$(id -u)" != 0 ] || [ -z "$lib" ] || ! command -v unshare >/dev/null; then
   echo "skipped: needs root, unshare and an installed libpq.so.5"
   exit $skip

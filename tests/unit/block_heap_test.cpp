@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "driver/diagnostics.h"
 #include "values/block_heap.h"
 
 namespace {
@@ -72,6 +73,34 @@ TEST(BlockHeap, ReduceReusesSmallBlocksAndDropsBigOnes) {
     }
     EXPECT_EQ(count(hp->smallreq), 2);
     V_heap_free(hp);
+}
+
+// A renewed heap hands out what emptying it and allocating would: the same
+// place and the same fill mark, small and big, with a big block left over.
+TEST(BlockHeap, RenewIsReduceThenAlloc) {
+    int ready = V_trace_ready;
+    V_trace_ready = 1;   // while tracing it is reduce and alloc themselves
+    for (int size : {-1, 0, 1, 31, 32, 33, 200, 255, 256, 257, 5000}) {
+        V_heap *a = V_heap_new();
+        V_heap *b = V_heap_new();
+        for (V_heap *hp : {a, b}) {
+            V_heap_alloc(hp, 300);   // a big block to drop
+            V_heap_alloc(hp, 250);   // a second small block
+            V_heap_alloc(hp, 100);
+        }
+        V_heap_reduce(a);
+        void *pa = V_heap_alloc(a, size);
+        void *pb = V_heap_renew(b, size);
+        if (size <= V_HEAP_SMALL) {
+            EXPECT_EQ(at(pa) - at(a->smallreq), at(pb) - at(b->smallreq)) << size;
+        }
+        EXPECT_EQ(a->smallreq->m_used, b->smallreq->m_used) << size;
+        EXPECT_EQ(count(a->smallreq), count(b->smallreq)) << size;
+        EXPECT_EQ(count(a->bigreq), count(b->bigreq)) << size;
+        V_heap_free(a);
+        V_heap_free(b);
+    }
+    V_trace_ready = ready;
 }
 
 TEST(BlockHeap, OddSizesAndNullHeaps) {

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "db/sql_commands.h"
+#include "driver/diagnostics.h"
 #include "interp/value_names.h"
 #include "values/output.h"
 #include "values/substitution.h"
@@ -172,6 +173,52 @@ TEST(Substitution, InstalledRowsResolveAfterTheOwnNames) {
     V_set_value_rows(nullptr);
     EXPECT_EQ(tv("UP"), "");   // no table: a variable, here unset
     V_set_value_rows(v_INTERP_VALUES);
+}
+
+// A line split once must substitute as the walk does, cuts included: the
+// reference at and over the length a reference may have, a line ending in
+// an open reference, heads that decide a name or leave it open, and
+// buffers too small for the line. Lines the split does not take walk.
+TEST(Substitution, SplitLinesSubstituteAsTheWalk) {
+    int ready = V_trace_ready;
+    V_trace_ready = 1;   // the split is used only once the trace is settled
+    put("sp_a", "alpha");
+    put("sp_sfx", "sp");
+    put("V_ERRMSGsp", "var");
+    put("sp_n", "len:sp_a");
+    put("sp_empty", "");
+    put(std::string(V_REF_MAX - 2, 'r').c_str(), "long name");
+    const std::string at_limit(V_REF_MAX - 2, 'r'), over(V_REF_MAX - 1, 'r');
+    const std::string lines[] = {
+        "plain text\n",
+        "a $(sp_a) b $(sp_a)$(sp_a)\n",
+        "$(upper:sp_a) $(cut:2:sp_a) $(expr: 7 % 4) $(expr: 2 + 3 * 4)",
+        "$($(sp_n)) $(V_NVAL$(sp_empty)) $(V_ERRMSG$(sp_empty)) $(V_N$(sp_empty)VAL)",
+        "$(V_ERRMSG$(sp_sfx)) $(V_NV$(sp_sfx)) $(today$(sp_sfx))",
+        "$(sp_$(sp_empty)a) [$(expr:$(sp_empty) 1 + 1)] $(str:1:2:$(sp_a))",
+        "[$(" + at_limit + ")]",
+        "[$(" + over + ")]",
+        "open $(sp_a",
+        "nested $(upper:$(sp_a) end",
+        "$(\n) across $(sp_a\n)",
+        "(brackets $(sp_a)) $(sp_(a)) $()",
+    };
+    for (const std::string &line : lines) {
+        V_TEXT_FORM *form = V_text_form(line.c_str());
+        for (int size : {1, 2, 5, 12, 40, V_LINE_MAX}) {
+            std::string walk(static_cast<size_t>(size), '#'), split(static_cast<size_t>(size), '#');
+            V_transline_n(line.c_str(), walk.data(), size, 1);
+            V_transline_form(form, line.c_str(), split.data(), size, 1);
+            EXPECT_EQ(split, walk) << line.substr(0, 60) << " in " << size;
+        }
+        V_free_text_form(form);
+    }
+    EXPECT_EQ(V_text_form("open $(sp_a"), nullptr);
+    EXPECT_EQ(V_text_form(("[$(" + over + ")]").c_str()), nullptr);
+    V_TEXT_FORM *form = V_text_form(("[$(" + at_limit + ")]").c_str());
+    EXPECT_NE(form, nullptr);
+    V_free_text_form(form);
+    V_trace_ready = ready;
 }
 
 }   // namespace
