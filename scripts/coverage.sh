@@ -32,7 +32,12 @@ if [ "${1:-}" != "--report" ]; then
     echo "== some tests failed: the figures below count what ran"
 fi
 
-common=(--root . --object-directory "$dir" --filter 'src/' --exclude-throw-branches)
+# A V_TRACE/V_DEBUG line is diagnostics only: its branch asks whether
+# tracing is on, at every call site (the check is inline so that an idle
+# trace costs nothing). Those lines are left out, as the mutation script
+# leaves them out; the trace cases check what tracing writes.
+common=(--root . --object-directory "$dir" --filter 'src/' --exclude-throw-branches
+        --exclude-lines-by-pattern '^\s*(V_TRACE|V_DEBUG)\(.*')
 mkdir -p "$dir/coverage"
 # only the interpreter's own objects: the unit tests' are no part of src/
 gcovr "${common[@]}" "$dir/CMakeFiles" --txt "$dir/coverage.txt" --html-details "$dir/coverage/index.html" \
