@@ -33,20 +33,7 @@ done
 
 # what the run needs beyond the build: php-cgi with SQLite, the sqlite3
 # shell for the table, a static C library for the hello program
-packages=(php8.2-cgi php8.2-sqlite3 sqlite3 gcc libc6-dev python3)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  if [ "$(id -u)" -ne 0 ]; then
-    echo "compare.sh: missing packages: ${missing[*]} (run as root to install them)" >&2
-    exit 1
-  fi
-  export DEBIAN_FRONTEND=noninteractive
-  apt-get update -qq
-  apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-fi
+bash "$root/scripts/install-deps.sh" --only php8.2-cgi php8.2-sqlite3 sqlite3 gcc libc6-dev python3
 php=$(command -v php-cgi8.2 || command -v php-cgi)
 
 if [ -z "$vorn" ]; then

@@ -17,22 +17,8 @@ requests=${3:-2000}
 seconds=${4:-10}
 children=8   # Vorn's connection processes and php-fpm's workers alike
 
-need=()
-for p in php8.2-fpm php8.2-sqlite3 php8.2-opcache nginx fcgiwrap apache2-utils sqlite3; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || need+=("$p")
-done
-if [ ${#need[@]} -gt 0 ]; then
-  [ "$(id -u)" = 0 ] || { echo "fastcgi.sh: missing ${need[*]} (run as root)" >&2; exit 1; }
-  # the packages' own services stay stopped
-  if [ ! -e /usr/sbin/policy-rc.d ]; then
-    printf '#!/bin/sh\nexit 101\n' >/usr/sbin/policy-rc.d
-    chmod 755 /usr/sbin/policy-rc.d
-    trap 'rm -f /usr/sbin/policy-rc.d' EXIT
-  fi
-  DEBIAN_FRONTEND=noninteractive apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${need[@]}" >/dev/null
-  rm -f /usr/sbin/policy-rc.d
-fi
+bash "$here/../scripts/install-deps.sh" --only php8.2-fpm php8.2-sqlite3 php8.2-opcache nginx fcgiwrap \
+  apache2-utils sqlite3
 
 user=$(id -un) group=$(id -gn)
 [ "$(id -u)" = 0 ] && user=www-data group=www-data

@@ -8,12 +8,18 @@
 # the load test of several web nodes, Chromium and Node.js for the browser
 # suite, clang and its sanitizer runtimes and libFuzzer for the sanitizer
 # build and the fuzz targets).
+# With --only P... it installs just the packages named (the benchmarks use
+# that for php-cgi, php-fpm and their helpers).
 # The suites and the example start private servers of their own, so the
 # system services these packages bring are not started here.
 set -euo pipefail
 
 packages=(cmake g++ make pkg-config libsqlite3-dev libpq-dev libcrypt-dev sqlite3)
 case "${1:-}" in
+--only)
+  shift
+  packages=("$@")
+  ;;
 --example)
   packages+=(lighttpd curl)
   ;;
