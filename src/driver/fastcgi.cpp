@@ -203,7 +203,11 @@ int listen_inet(const char *address) {
     }, *res = nullptr;
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
-    if (getaddrinfo(host.c_str(), colon + 1, &hints, &res) || !res) {
+    // getaddrinfo takes a port past 65535 and listens on it modulo 65536
+    const char *port = colon + 1;
+    size_t digits = strspn(port, "0123456789");
+    bool port_ok = !port[digits] && digits <= 5 && atol(port) <= 65535;
+    if (!port_ok || getaddrinfo(host.c_str(), port, &hints, &res) || !res) {
         fprintf(stderr, "vorn: not a numeric HOST:PORT: %s\n", address);
         return -1;
     }

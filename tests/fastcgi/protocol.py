@@ -351,6 +351,8 @@ def main():
                 ([":9000"], 1, "neither HOST:PORT"), (["127.0.0.1:"], 1, "neither HOST:PORT"),
                 (["localhost:9000"], 1, "not a numeric HOST:PORT"),
                 (["127.0.0.1:fcgi"], 1, "not a numeric HOST:PORT"),
+                (["127.0.0.1:65536"], 1, "not a numeric HOST:PORT"),
+                (["127.0.0.1:-1"], 1, "not a numeric HOST:PORT"),
                 (["[nohost]:9000"], 1, "not a numeric HOST:PORT"),
                 ([busy_address], 1, "cannot listen on " + busy_address)]:
             # in a session of its own: should it serve after all, it goes
