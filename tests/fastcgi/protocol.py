@@ -36,6 +36,7 @@ PAGES = {
     "wait.html": ("<@shell> echo $PPID > {work}/wait.pid; echo started; "
                   "seq 600 | while read i; do [ -e {work}/go ] && break; sleep 0.05; done; "
                   "echo released\n"),
+    "flood.html": "<@shell> echo $PPID > {work}/flood.pid; yes flood | head -c 100000000\n",
     "bind.html": "<@shell> echo bind=${LD_BIND_NOW-none} marker=${VORN_FASTCGI_BOUND-none}\n",
     "notes.txt": "no page: the server's preloading passes it over\n",
     "order.html": ("1 page\n<@shell> echo 2 shell\n3 page\n<@fork> pid\n"
@@ -450,6 +451,18 @@ def main():
             still_serves(name.replace(" ", "-"))
         check("record of an unknown version: connection closed" in log_text(),
               "broken record: no log line")
+
+        # a client that stops reading a long answer and goes: the relay
+        # blocked on it fails, and the request ends
+        with F.connect(address) as s:
+            s.sendall(F.request(1, params("V_PAGE=flood.html")))
+            reader = F.Reader(s)
+            while (rec := reader.next()) is not None and b"flood" not in rec[2]:
+                pass
+            with open(os.path.join(work, "flood.pid")) as f:
+                pid = int(f.read())
+        check(ended(pid), f"flood: request process {pid} still runs")
+        still_serves("flood")
 
         # records before the request runs: an abort, a second PARAMS stream,
         # another role, records of no request
