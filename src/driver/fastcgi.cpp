@@ -36,6 +36,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/coverage.h"
 #include "base/directories.h"
 #include "base/owners.h"
 #include "driver/diagnostics.h"
@@ -731,6 +732,7 @@ void serve_connection(int fd) {
         int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (fd >= 0) serve_connection(fd);   // else another process took it
     }
+    V_coverage_dump();
     _exit(0);
 }
 
@@ -814,6 +816,7 @@ int V_fastcgi_serve(int argc, char **argv) {
     if (!getenv(BOUND_MARK)) {
         setenv(BOUND_MARK, getenv("LD_BIND_NOW") ? "kept" : "set", 1);
         setenv("LD_BIND_NOW", "1", 1);
+        V_coverage_dump();
         execv("/proc/self/exe", argv);   // on failure the server runs as it is
     }
     if (!strcmp(getenv(BOUND_MARK), "set")) unsetenv("LD_BIND_NOW");
