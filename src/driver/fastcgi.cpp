@@ -36,6 +36,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/coverage.h"
 #include "base/directories.h"
 #include "base/owners.h"
 #include "driver/diagnostics.h"
@@ -203,7 +204,11 @@ int listen_inet(const char *address) {
     }, *res = nullptr;
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
-    if (getaddrinfo(host.c_str(), colon + 1, &hints, &res) || !res) {
+    // getaddrinfo takes a port past 65535 and listens on it modulo 65536
+    const char *port = colon + 1;
+    size_t digits = strspn(port, "0123456789");
+    bool port_ok = !port[digits] && digits <= 5 && atol(port) <= 65535;
+    if (!port_ok || getaddrinfo(host.c_str(), port, &hints, &res) || !res) {
         fprintf(stderr, "vorn: not a numeric HOST:PORT: %s\n", address);
         return -1;
     }
@@ -727,6 +732,7 @@ void serve_connection(int fd) {
         int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (fd >= 0) serve_connection(fd);   // else another process took it
     }
+    V_coverage_dump();
     _exit(0);
 }
 
@@ -810,6 +816,7 @@ int V_fastcgi_serve(int argc, char **argv) {
     if (!getenv(BOUND_MARK)) {
         setenv(BOUND_MARK, getenv("LD_BIND_NOW") ? "kept" : "set", 1);
         setenv("LD_BIND_NOW", "1", 1);
+        V_coverage_dump();
         execv("/proc/self/exe", argv);   // on failure the server runs as it is
     }
     if (!strcmp(getenv(BOUND_MARK), "set")) unsetenv("LD_BIND_NOW");

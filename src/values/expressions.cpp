@@ -11,6 +11,7 @@
 #include <cstring>
 #include <limits>
 
+#include "base/coverage.h"
 #include "values/output.h"
 
 namespace {
@@ -156,6 +157,7 @@ int64_t divide_fault() {
     // the signal ends the process without stdio's exit: what the page
     // wrote before the fault is sent first
     V_output_fault();
+    V_coverage_dump();
     signal(SIGFPE, SIG_DFL);
     raise(SIGFPE);
     return 0;

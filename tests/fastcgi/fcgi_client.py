@@ -48,23 +48,48 @@ def connect(address, timeout=30):
     return s
 
 
+class Reader:
+    """Records from a socket one at a time: the bytes read past a record
+    stay for the next one."""
+
+    def __init__(self, sock):
+        self.sock, self.buf = sock, b""
+
+    def next(self):
+        """(type, id, content), or None at the end of the stream"""
+        while True:
+            if len(self.buf) >= 8:
+                _, rtype, rid, clen, plen, _ = struct.unpack(">BBHHBB", self.buf[:8])
+                if len(self.buf) >= 8 + clen + plen:
+                    rec = (rtype, rid, self.buf[8:8 + clen])
+                    self.buf = self.buf[8 + clen + plen:]
+                    return rec
+            data = self.sock.recv(65536)
+            if not data:
+                return None
+            self.buf += data
+
+    def until(self, done):
+        """Records up to the first one DONE accepts, or to the end of the stream."""
+        out = []
+        while (rec := self.next()) is not None:
+            out.append(rec)
+            if done(rec):
+                break
+        return out
+
+
 def read_records(sock, until_end=True, count=None):
     """Records until an END_REQUEST, COUNT records or the end of the
     stream: list of (type, id, content)."""
-    buf, out = b"", []
+    reader, out = Reader(sock), []
     while count is None or len(out) < count:
-        while len(buf) >= 8:
-            _, rtype, rid, clen, plen, _ = struct.unpack(">BBHHBB", buf[:8])
-            if len(buf) < 8 + clen + plen:
-                break
-            out.append((rtype, rid, buf[8:8 + clen]))
-            buf = buf[8 + clen + plen:]
-            if (until_end and rtype == END) or len(out) == count:
-                return out
-        data = sock.recv(65536)
-        if not data:
-            return out
-        buf += data
+        rec = reader.next()
+        if rec is None:
+            break
+        out.append(rec)
+        if until_end and rec[0] == END:
+            break
     return out
 
 

@@ -33,6 +33,12 @@ PAGES = {
     "crash.html": "before\n<@shell> kill -ABRT $PPID\nafter\n",
     "divide.html": "before\n$(expr:1/0)\nafter\n",
     "runaway.html": "started\n<@sleep> 30\nnever\n",
+    "wait.html": ("<@shell> echo $PPID > {work}/wait.pid; echo started; "
+                  "seq 600 | while read i; do [ -e {work}/go ] && break; sleep 0.05; done; "
+                  "echo released\n"),
+    "flood.html": "<@shell> echo $PPID > {work}/flood.pid; yes flood | head -c 100000000\n",
+    "bind.html": "<@shell> echo bind=${LD_BIND_NOW-none} marker=${VORN_FASTCGI_BOUND-none}\n",
+    "notes.txt": "no page: the server's preloading passes it over\n",
     "order.html": ("1 page\n<@shell> echo 2 shell\n3 page\n<@fork> pid\n"
                    "<@if> icmp $(pid) = 0\n4 child\n<@quit>\n<@end>\n"
                    "<@shell> sleep 0.3\n5 page\n<@shell> echo 6 shell >&2; echo 7 shell\n"),
@@ -53,7 +59,7 @@ for d in (site, home, tmp):
     os.mkdir(d)
 for name, text in PAGES.items():
     with open(os.path.join(site, name), "w") as f:
-        f.write(text)
+        f.write(text.replace("{work}", work))
 
 
 def write_env(mark):
@@ -87,8 +93,9 @@ def cgi_run(p, body=b""):
 
 
 class Server:
-    def __init__(self, *args, handover=False):
-        self.sock = os.path.join(work, "vorn.sock")
+    def __init__(self, *args, handover=False, sock="vorn.sock", env=None):
+        self.sock = sock if ":" in sock else os.path.join(work, sock)
+        env = env or BASE_ENV
         self.log = open(os.path.join(work, "server.log"), "ab")
         if handover:
             listener = socket.socket(socket.AF_UNIX)
@@ -96,15 +103,21 @@ class Server:
                 os.unlink(self.sock)
             listener.bind(self.sock)
             listener.listen(16)
-            self.proc = subprocess.Popen([VORN], stdin=listener, stderr=self.log, env=BASE_ENV)
+            self.proc = subprocess.Popen([VORN], stdin=listener, stderr=self.log, env=env)
             listener.close()
         else:
             self.proc = subprocess.Popen([VORN, "--fastcgi", self.sock, "--timeout", str(TIMEOUT)]
-                                         + list(args), stderr=self.log, env=BASE_ENV)
-            for _ in range(100):
-                if os.path.exists(self.sock):
+                                         + list(args), stderr=self.log, env=env)
+            # ready when it takes a connection (a socket left at the path
+            # by an earlier server is there from the start)
+            for _ in range(400):
+                if self.proc.poll() is not None:
                     break
-                time.sleep(0.05)
+                try:
+                    F.connect(self.sock).close()
+                    break
+                except OSError:
+                    time.sleep(0.05)
 
     def stop(self):
         if self.proc.poll() is None:
@@ -161,6 +174,9 @@ def main():
                 with open(f, "rb") as fh:
                     check(fh.read() == blob, f"upload: stored file {f} differs ({path})")
         same_as_cgi(server, "shell and fork order", "V_PAGE=order.html")
+        # the re-execution that binds the symbols leaves no trace in a request
+        got = F.ask(sock, params("V_PAGE=bind.html"))[0]
+        check(got.endswith(b"bind=none marker=none\n"), f"LD_BIND_NOW left set: {got!r}")
 
         # 2. records: padding of any length, management records, keep-conn
         with F.connect(sock) as s:
@@ -192,12 +208,11 @@ def main():
             s.sendall(F.record(F.BEGIN, 1, struct.pack(">HB5x", 1, 0))
                       + F.record(F.BEGIN, 2, struct.pack(">HB5x", 1, 0))
                       + F.request(1, params("V_PAGE=hello.html&who=mpx"))[16:])
-            recs = F.read_records(s)
+            # the refusal may share a read with the first request's output:
+            # one reader keeps both
+            recs = F.Reader(s).until(lambda r: r[0] == F.END and r[1] == 1)
             ends = {rid: c[4] for t, rid, c in recs if t == F.END}
             check(ends.get(2) == 1, f"multiplexing: second request not refused: {ends}")
-            while 1 not in ends:
-                recs += F.read_records(s)
-                ends = {rid: c[4] for t, rid, c in recs if t == F.END}
             out = b"".join(c for t, rid, c in recs if t == F.STDOUT and rid == 1)
             check(out.endswith(b"hello mpx\n"), f"multiplexing: first request: {out!r}")
         with F.connect(sock) as s:
@@ -279,8 +294,12 @@ def main():
     finally:
         server.stop()
 
-    # 8. the child limit holds the third of three slow requests back
-    server = Server("--children", "2")
+    # 8. the child limit holds the third of three slow requests back; the
+    # socket an earlier server left at the path is replaced
+    stale = socket.socket(socket.AF_UNIX)
+    stale.bind(os.path.join(work, "stale.sock"))
+    stale.close()
+    server = Server("--children", "2", sock="stale.sock")
     try:
         start = time.time()
         runs = [in_thread(lambda: F.ask(server.sock, params("V_PAGE=slow.html"))) for _ in range(3)]
@@ -301,9 +320,172 @@ def main():
           f"CGI run with --fastcgi: {run.stdout[:80]!r}")
 
     # 10. a listening socket handed over on descriptor 0
-    server = Server(handover=True)
+    server = Server(handover=True, env=dict(BASE_ENV, LD_BIND_NOW="1"))
     try:
         same_as_cgi(server, "handed-over socket", "V_PAGE=hello.html&who=fd0")
+        got = F.ask(server.sock, params("V_PAGE=bind.html"))[0]
+        check(got.endswith(b"bind=1 marker=none\n"), f"the caller's LD_BIND_NOW lost: {got!r}")
+    finally:
+        server.stop()
+
+    # 11. command lines refused before any request: the usage or the
+    # reason on stderr, and the exit status
+    taken = os.path.join(work, "taken")
+    with open(taken, "w") as f:
+        f.write("kept\n")
+    busy = socket.socket()
+    busy.bind(("127.0.0.1", 0))
+    busy.listen(1)
+    busy_address = "127.0.0.1:%d" % busy.getsockname()[1]
+    usage = "Usage: vorn --fastcgi [ADDRESS]"
+    try:
+        for args, status, message in [
+                (["--children", "0"], 2, usage), (["--children", "1025"], 2, usage),
+                (["--children", "2x"], 2, usage), (["--children"], 2, usage),
+                (["--timeout", "0"], 2, usage), (["--timeout", "2147484"], 2, usage),
+                (["--verbose"], 2, usage), (["/tmp/a.sock", "/tmp/b.sock"], 2, usage),
+                ([], 2, "needs an ADDRESS or a listening socket on descriptor 0"),
+                ([os.path.join(work, "x" * 120)], 1, "socket path too long"),
+                ([taken], 1, f"{taken} exists and is no socket"),
+                ([os.path.join(work, "no", "dir.sock")], 1, "cannot listen on"),
+                (["nocolon"], 1, "neither HOST:PORT nor a socket path"),
+                ([":9000"], 1, "neither HOST:PORT"), (["127.0.0.1:"], 1, "neither HOST:PORT"),
+                (["localhost:9000"], 1, "not a numeric HOST:PORT"),
+                (["127.0.0.1:fcgi"], 1, "not a numeric HOST:PORT"),
+                (["127.0.0.1:65536"], 1, "not a numeric HOST:PORT"),
+                (["127.0.0.1:-1"], 1, "not a numeric HOST:PORT"),
+                (["[nohost]:9000"], 1, "not a numeric HOST:PORT"),
+                ([busy_address], 1, "cannot listen on " + busy_address)]:
+            # in a session of its own: should it serve after all, it goes
+            # with every process it started
+            proc = subprocess.Popen([VORN, "--fastcgi"] + args, env=BASE_ENV,
+                                    stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                    stderr=subprocess.PIPE, start_new_session=True)
+            try:
+                _, err = proc.communicate(timeout=30)
+            except subprocess.TimeoutExpired:
+                os.killpg(proc.pid, signal.SIGKILL)
+                _, err = proc.communicate()
+            err = err.decode("latin-1")
+            check(proc.returncode == status and message in err,
+                  f"command line {args}: status {proc.returncode}, {err!r}")
+    finally:
+        busy.close()
+    with open(taken) as f:
+        check(f.read() == "kept\n", "a file at the socket path was changed")
+
+    # 12. one connection process on HOST:PORT, so that every event below
+    # meets the same process, and a plain request after each shows that it
+    # still serves
+    probe = socket.socket()
+    probe.bind(("127.0.0.1", 0))
+    address = "127.0.0.1:%d" % probe.getsockname()[1]
+    probe.close()
+    server = Server("--children", "1", "--timeout", "4", sock=address)
+    go, pidfile = os.path.join(work, "go"), os.path.join(work, "wait.pid")
+
+    def still_serves(what):
+        got = F.ask(address, params("V_PAGE=hello.html&who=" + what))[0]
+        check(got.endswith(f"hello {what}\n".encode()), f"{what}: next request: {got!r}")
+
+    def start_waiting(s, keep=False):
+        """wait.html started on S: its process id, and the reader"""
+        if os.path.exists(go):
+            os.unlink(go)
+        s.sendall(F.request(1, params("V_PAGE=wait.html"), keep=keep))
+        reader, out = F.Reader(s), b""
+        while b"started" not in out:
+            rec = reader.next()
+            if rec is None or rec[0] == F.END:
+                check(False, f"wait.html: ended before it started: {out!r}")
+                return None, reader
+            out += rec[2] if rec[0] == F.STDOUT else b""
+        with open(pidfile) as f:
+            return int(f.read()), reader
+
+    def ended(pid):
+        for _ in range(400):
+            try:
+                os.kill(pid, 0)
+            except ProcessLookupError:
+                return True
+            time.sleep(0.05)
+        return False
+
+    try:
+        same_as_cgi(server, "HOST:PORT", "V_PAGE=hello.html&who=tcp")
+
+        # records that come while a request runs
+        with F.connect(address) as s:
+            pid, reader = start_waiting(s, keep=True)
+            s.sendall(F.record(F.GET_VALUES, 0, F.pairs([("FCGI_MAX_REQS", "")]))
+                      + F.record(F.BEGIN, 2, struct.pack(">HB5x", 1, 0))
+                      + F.record(F.ABORT, 3) + F.record(F.STDIN, 1, b"late body")
+                      + F.record(99, 0))
+            recs = [reader.next() for _ in range(3)]
+            check(recs == [(F.GET_VALUES_RESULT, 0, F.pairs([("FCGI_MAX_REQS", "1")])),
+                           (F.END, 2, struct.pack(">IB3x", 0, 1)),
+                           (F.UNKNOWN_TYPE, 0, bytes([99]) + bytes(7))],
+                  f"records during a request: {recs!r}")
+            open(go, "w").close()
+            out, app, proto = F.answer(reader.until(lambda r: r[0] == F.END))
+            check(out.endswith(b"released\n") and (app, proto) == (0, 0),
+                  f"request beside those records: {out!r} {app} {proto}")
+            # the kept connection takes the next request
+            s.sendall(F.request(4, params("V_PAGE=hello.html&who=again")))
+            out, _, proto = F.answer(reader.until(lambda r: r[0] == F.END))
+            check(out.endswith(b"hello again\n") and proto == 0, f"kept connection: {out!r}")
+        still_serves("records")
+
+        # the client goes, or breaks the stream: the request ends with it
+        for name, last in [("client gone", None), ("broken record", F.record(F.STDIN, 1, version=9))]:
+            with F.connect(address) as s:
+                pid, reader = start_waiting(s)
+                if last is None:
+                    s.close()
+                else:
+                    s.sendall(last)
+                    rest = reader.until(lambda r: False)
+                    check(rest == [], f"{name}: answered {rest!r}")
+            check(pid is None or ended(pid), f"{name}: request process {pid} still runs")
+            still_serves(name.replace(" ", "-"))
+        check("record of an unknown version: connection closed" in log_text(),
+              "broken record: no log line")
+
+        # a client that stops reading a long answer and goes: the relay
+        # blocked on it fails, and the request ends
+        with F.connect(address) as s:
+            s.sendall(F.request(1, params("V_PAGE=flood.html")))
+            reader = F.Reader(s)
+            while (rec := reader.next()) is not None and b"flood" not in rec[2]:
+                pass
+            with open(os.path.join(work, "flood.pid")) as f:
+                pid = int(f.read())
+        check(ended(pid), f"flood: request process {pid} still runs")
+        still_serves("flood")
+
+        # records before the request runs: an abort, a second PARAMS stream,
+        # another role, records of no request
+        with F.connect(address) as s:
+            reader = F.Reader(s)
+            begin = F.record(F.BEGIN, 5, struct.pack(">HB5x", 1, 1))
+            s.sendall(begin + F.record(F.PARAMS, 5, F.pairs([("QUERY_STRING", "V_PAGE=x")]))
+                      + F.record(F.ABORT, 5))
+            check(reader.next() == (F.END, 5, struct.pack(">IB3x", 0, 0)), "abort before the run")
+            s.sendall(F.record(F.BEGIN, 6, struct.pack(">HB5x", 3, 1)))
+            check(reader.next() == (F.END, 6, struct.pack(">IB3x", 0, 3)), "filter role refused")
+            p = F.pairs(params("V_PAGE=hello.html&who=first").items())
+            s.sendall(F.record(F.STDIN, 9, b"stray") + F.record(F.BEGIN, 7, struct.pack(">HB5x", 1, 0))
+                      + F.stream(F.PARAMS, 7, p) + F.record(F.PARAMS, 7, F.pairs([("QUERY_STRING", "who=late")]))
+                      + F.record(8, 7, b"data") + F.stream(F.STDIN, 7, b""))
+            out, _, proto = F.answer(reader.until(lambda r: r[0] == F.END))
+            check(out.endswith(b"hello first\n") and proto == 0, f"late PARAMS: {out!r}")
+            check(reader.next() is None, "connection kept without FCGI_KEEP_CONN")
+        with F.connect(address) as s:
+            s.sendall(F.record(F.BEGIN, 8, struct.pack(">HB5x", 1, 0)) + F.record(F.ABORT, 8))
+            recs = F.read_records(s, until_end=False)
+            check(recs == [(F.END, 8, struct.pack(">IB3x", 0, 0))], f"abort, no keep: {recs!r}")
+        still_serves("aborts")
     finally:
         server.stop()
 
