@@ -52,9 +52,8 @@ int relation(const char *op, int d) {
     if (!strcmp(op, "<=") || !strcmp(op, "&le;") || !strcmp(op, "&lt;=")) return d <= 0 ? 0 : -1;
     if (!strcmp(op, "!=")) return d != 0 ? 0 : -1;
     if (!strcmp(op, "==")) return d == 0 ? 0 : -1;
-    if (!strcmp(op, ">") || !strcmp(op, "&gt;")) return d > 0 ? 0 : -1;
-    if (!strcmp(op, "<") || !strcmp(op, "&lt;")) return d < 0 ? 0 : -1;
-    if (!strcmp(op, "=")) return d == 0 ? 0 : -1;
+    if (!strcmp(op, "&gt;")) return d > 0 ? 0 : -1;
+    if (!strcmp(op, "&lt;")) return d < 0 ? 0 : -1;
     return 1;
 }
 
