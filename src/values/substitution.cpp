@@ -163,7 +163,8 @@ void trim_buff(char *text) {
     const char *r = text;
     while (*r == ' ') r++;
     for (; *r; r++) {
-        if (*r == ' ' && w > text && w[-1] == ' ') continue;
+        // the first byte written is no blank, so a blank always has one before
+        if (*r == ' ' && w[-1] == ' ') continue;
         *w++ = *r;
     }
     if (w > text && w[-1] == ' ') w--;
@@ -832,7 +833,7 @@ V_TEXT_FORM *split_text(const char *text) {
             }
             const Segment &head = g.inner->seg[0];
             g.which = NAME_UNDECIDED;
-            if (g.inner->count > 0 && head.kind == SEG_TEXT)
+            if (head.kind == SEG_TEXT)
                 g.which = decide_name(head.text, head.len, g.inner->count > 1, &g.rest);
         } else if ((g.which = match_name(g.text, &rest)) >= 0) {
             g.kind = SEG_NAME;
