@@ -398,9 +398,6 @@ int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
 /* ---- comparisons ---- */
 
 int V_user_cmp(const char *left, const char *op, const char *right) {
-    if (!left) left = "";
-    if (!op) op = "";
-    if (!right) right = "";
     V_TRACE("V_user_cmp( %s, %s, %s )\n", left, op, right);
     if (!strcmp(op, "like")) return V_CMPpatt(right, left) != -1 ? 0 : -1;
     if (!strcmp(op, "vlike")) {
@@ -420,7 +417,6 @@ int V_user_cmp(const char *left, const char *op, const char *right) {
 }
 
 int V_user_icmp(int left, const char *op, int right) {
-    if (!op) op = "";
     V_TRACE("V_user_icmp( %d, %s, %d )\n", left, op, right);
     int r = relation(op, left > right ? 1 : left < right ? -1 : 0);
     if (r != 1) return r;
@@ -429,7 +425,6 @@ int V_user_icmp(int left, const char *op, int right) {
 }
 
 int V_user_fcmp(double left, const char *op, double right) {
-    if (!op) op = "";
     V_TRACE("V_user_fcmp( %f, %s, %f )\n", left, op, right);
     // A NaN operand makes every relation false except "!=".
     int d = left > right ? 1 : left < right ? -1 : left == right ? 0 : 2;
@@ -446,14 +441,12 @@ int V_user_fcmp(double left, const char *op, double right) {
 /* ---- value-form tests ---- */
 
 int V_check_int(const char *text) {
-    if (!text) return 0;
     for (; *text; text++)
         if (!is_digit(*text)) return -1;
     return 0;
 }
 
 int V_check_float(const char *text) {
-    if (!text) return 0;
     int dots = 0;
     for (; *text; text++) {
         if (*text == '.' && ++dots == 1) continue;
@@ -476,7 +469,7 @@ int V_get_int(const char *src, char *dst, int n) {
 }
 
 int V_check_date(const char *text) {
-    if (!text || strnlen(text, 11) != 10) return -1;
+    if (strnlen(text, 11) != 10) return -1;
     if (text[4] != '-' || text[7] != '-') return -1;
     char y[5], m[3], d[3];
     if (V_get_int(text, y, 4) || V_get_int(text + 5, m, 2) || V_get_int(text + 8, d, 2)) return -1;
