@@ -255,7 +255,7 @@ void find_keyword(const char *cond, IfForm *f) {
     while (*p && *p != ' ') p++;
     std::string_view kw(word, (size_t)(p - word));
     const char *ref = strstr(cond, "$(");
-    if ((ref && ref < p) || cond[0] == '\n') return;
+    if (ref && ref < p) return;
     f->neg = kw.starts_with('!');
     if (f->neg) kw.remove_prefix(1);
     if (kw == "cmp")
@@ -297,9 +297,9 @@ struct IfBuffers {
     char cmd[V_LINE_MAX];    // the inline command of a one-line form
 };
 
+// depth is V_depth inside a block, 1 to V_MAX_DEPTH as V_enter_block keeps it
 IfBuffers *if_buffers(int depth) {
     static IfBuffers *pool[V_MAX_DEPTH + 1];
-    if (depth < 0 || depth > V_MAX_DEPTH) return nullptr;
     if (!pool[depth]) pool[depth] = (IfBuffers *)malloc(sizeof(IfBuffers));
     return pool[depth];
 }
