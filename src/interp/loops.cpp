@@ -149,7 +149,7 @@ int V_enter_block() {
 }
 
 void V_leave_block() {
-    if (V_depth > 0) V_depth--;
+    V_depth--;   // every call follows a V_enter_block that succeeded
 }
 
 int V_notfound(V_FILE *fp, int compile, int ignore) {
