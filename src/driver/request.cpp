@@ -139,10 +139,6 @@ void show_error_page(const char *message) {
 
     // The error page always goes to the response, whatever the page had
     // redirected its output to.
-    if (V_fp) {
-        if (V_fp != stdout) fclose(V_fp);
-        V_fp = nullptr;
-    }
     V_stdout = nullptr;
     V_printfile(V_ERROR, 1);
 }
@@ -167,7 +163,6 @@ void V_start() {
     v_BUFFERS.ftree = {nullptr, V_avlcmp};
     v_BUFFERS.ctree = {nullptr, V_avlcmp};
     V_env();
-    V_fp = nullptr;
 }
 
 void V_header() {

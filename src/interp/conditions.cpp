@@ -52,9 +52,8 @@ int relation(const char *op, int d) {
     if (!strcmp(op, "<=") || !strcmp(op, "&le;") || !strcmp(op, "&lt;=")) return d <= 0 ? 0 : -1;
     if (!strcmp(op, "!=")) return d != 0 ? 0 : -1;
     if (!strcmp(op, "==")) return d == 0 ? 0 : -1;
-    if (!strcmp(op, ">") || !strcmp(op, "&gt;")) return d > 0 ? 0 : -1;
-    if (!strcmp(op, "<") || !strcmp(op, "&lt;")) return d < 0 ? 0 : -1;
-    if (!strcmp(op, "=")) return d == 0 ? 0 : -1;
+    if (!strcmp(op, "&gt;")) return d > 0 ? 0 : -1;
+    if (!strcmp(op, "&lt;")) return d < 0 ? 0 : -1;
     return 1;
 }
 
@@ -256,7 +255,7 @@ void find_keyword(const char *cond, IfForm *f) {
     while (*p && *p != ' ') p++;
     std::string_view kw(word, (size_t)(p - word));
     const char *ref = strstr(cond, "$(");
-    if ((ref && ref < p) || cond[0] == '\n') return;
+    if (ref && ref < p) return;
     f->neg = kw.starts_with('!');
     if (f->neg) kw.remove_prefix(1);
     if (kw == "cmp")
@@ -298,9 +297,9 @@ struct IfBuffers {
     char cmd[V_LINE_MAX];    // the inline command of a one-line form
 };
 
+// depth is V_depth inside a block, 1 to V_MAX_DEPTH as V_enter_block keeps it
 IfBuffers *if_buffers(int depth) {
     static IfBuffers *pool[V_MAX_DEPTH + 1];
-    if (depth < 0 || depth > V_MAX_DEPTH) return nullptr;
     if (!pool[depth]) pool[depth] = (IfBuffers *)malloc(sizeof(IfBuffers));
     return pool[depth];
 }
@@ -399,9 +398,6 @@ int run_block(V_FILE *fp, IfBuffers *b, int compile, int cond) {
 /* ---- comparisons ---- */
 
 int V_user_cmp(const char *left, const char *op, const char *right) {
-    if (!left) left = "";
-    if (!op) op = "";
-    if (!right) right = "";
     V_TRACE("V_user_cmp( %s, %s, %s )\n", left, op, right);
     if (!strcmp(op, "like")) return V_CMPpatt(right, left) != -1 ? 0 : -1;
     if (!strcmp(op, "vlike")) {
@@ -421,7 +417,6 @@ int V_user_cmp(const char *left, const char *op, const char *right) {
 }
 
 int V_user_icmp(int left, const char *op, int right) {
-    if (!op) op = "";
     V_TRACE("V_user_icmp( %d, %s, %d )\n", left, op, right);
     int r = relation(op, left > right ? 1 : left < right ? -1 : 0);
     if (r != 1) return r;
@@ -430,7 +425,6 @@ int V_user_icmp(int left, const char *op, int right) {
 }
 
 int V_user_fcmp(double left, const char *op, double right) {
-    if (!op) op = "";
     V_TRACE("V_user_fcmp( %f, %s, %f )\n", left, op, right);
     // A NaN operand makes every relation false except "!=".
     int d = left > right ? 1 : left < right ? -1 : left == right ? 0 : 2;
@@ -447,14 +441,12 @@ int V_user_fcmp(double left, const char *op, double right) {
 /* ---- value-form tests ---- */
 
 int V_check_int(const char *text) {
-    if (!text) return 0;
     for (; *text; text++)
         if (!is_digit(*text)) return -1;
     return 0;
 }
 
 int V_check_float(const char *text) {
-    if (!text) return 0;
     int dots = 0;
     for (; *text; text++) {
         if (*text == '.' && ++dots == 1) continue;
@@ -477,7 +469,7 @@ int V_get_int(const char *src, char *dst, int n) {
 }
 
 int V_check_date(const char *text) {
-    if (!text || strnlen(text, 11) != 10) return -1;
+    if (strnlen(text, 11) != 10) return -1;
     if (text[4] != '-' || text[7] != '-') return -1;
     char y[5], m[3], d[3];
     if (V_get_int(text, y, 4) || V_get_int(text + 5, m, 2) || V_get_int(text + 8, d, 2)) return -1;

@@ -14,6 +14,8 @@ int V_if_kept(V_FILE *fp, char *buff, int compile, int ignore, V_LINE_NOTE *note
 const char *V_if_inline(const char *line);
 // True for an <@else> line, the last branch of the <@if> around it.
 bool V_is_else(const char *line);
+// The comparisons and value tests take no null text: every caller passes
+// words it has read, a missing one empty.
 int V_user_cmp(const char *left, const char *op, const char *right);
 int V_user_icmp(int left, const char *op, int right);
 int V_user_fcmp(double left, const char *op, double right);

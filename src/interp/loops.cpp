@@ -125,7 +125,7 @@ V_USER *loop_variable(V_FILE *fp, const char *name) {
     loop_start();
     V_USER *u = V_get_user(name);
     if (!u) V_get_value(name);   // for its "not found" trace
-    if (!u || u->clean || !u->var.value) {
+    if (!u || !u->var.value) {
         skip_body(fp);
         return nullptr;
     }
@@ -149,7 +149,7 @@ int V_enter_block() {
 }
 
 void V_leave_block() {
-    if (V_depth > 0) V_depth--;
+    V_depth--;   // every call follows a V_enter_block that succeeded
 }
 
 int V_notfound(V_FILE *fp, int compile, int ignore) {

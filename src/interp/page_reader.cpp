@@ -30,7 +30,8 @@ void strip_comments(V_FILE *fp, char *buf, int bufsize) {
         while (!end) {
             int room = bufsize - (int)(start - buf);
             if (room > CONT_SIZE) room = CONT_SIZE;
-            if (room < 2 || V_fgets(start, room, fp) == 0) {
+            // "<@--" and its NUL lie in buf, so room is at least 5
+            if (V_fgets(start, room, fp) == 0) {
                 *start = 0;
                 return;
             }
@@ -51,7 +52,7 @@ void blank_controls(char *s) {
 // Returns false when the next line would pass the buffer; it is left out.
 bool join_continuations(V_FILE *fp, char *buff) {
     int len = (int)strlen(buff);
-    if (len == 0 || buff[len - 1] != '\\') return true;
+    if (buff[len - 1] != '\\') return true;   // a command line: "<@" at least
     buff[--len] = 0;
     for (;;) {
         char work[CONT_SIZE];
@@ -243,8 +244,9 @@ void V_text_line(V_LINE_NOTE *note, const char *buff, int compile) {
 }
 
 int V_fgets(char *buff, int size, V_FILE *fp) {
-    if (!fp || !fp->text || size < 1) {
-        if (size > 0) buff[0] = 0;
+    // every caller passes a buffer of 5 bytes or more
+    if (!fp || !fp->text) {
+        buff[0] = 0;
         return 0;
     }
     V_TRACE("V_fgets:IN fp->size= %d fp->offset= %d\n", fp->size, fp->offset);

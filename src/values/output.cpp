@@ -20,7 +20,6 @@ int V_len = -1;
 int DO_fflush = 1;
 int IgnoreEmpty = 1;
 FILE *V_stdout;
-FILE *V_fp;
 
 const HTML_code HTML_tab[] = {
     {"&aacute;", "\xE1"},
@@ -177,8 +176,7 @@ void V_flush_output(Flush what) {
     if (what == Flush::Fork) {
         fflush(nullptr);
     } else {
-        FILE *page = V_stdout ? V_stdout : V_fp;
-        if (what == Flush::Handover && page) fflush(page);
+        if (what == Flush::Handover && V_stdout) fflush(V_stdout);
         fflush(stdout);
     }
     last_send = now();
@@ -239,7 +237,6 @@ void V_output_fault() {
 
 FILE *V_out() {
     if (V_stdout) return V_stdout;
-    if (V_fp) return V_fp;
     // page output is about to reach the response: a deferred header block
     // ends first
     V_response_settle();

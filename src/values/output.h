@@ -10,8 +10,7 @@ extern int HTML;          // [1] Latin-1 letters written as entities
 extern int V_len;         // [-1] length limit of the next written value
 extern int DO_fflush;     // [1] a written piece is sent (0 in a <@file> block)
 extern int IgnoreEmpty;   // [1] lines left empty by commands are dropped
-extern FILE *V_stdout;    // output of a <@file>/<@xfile> block; wins over V_fp
-extern FILE *V_fp;        // page output stream; null means standard output
+extern FILE *V_stdout;    // output of a <@file>/<@xfile> block, else null
 
 struct HTML_code {
     const char *html;
@@ -19,7 +18,7 @@ struct HTML_code {
 };
 extern const HTML_code HTML_tab[];
 
-// V_stdout, else V_fp, else stdout; a deferred header block ends before
+// V_stdout, else stdout; a deferred header block ends before
 // stdout is handed out.
 FILE *V_out();
 int transvalue(const char *value, char *buff);

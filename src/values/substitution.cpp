@@ -163,7 +163,8 @@ void trim_buff(char *text) {
     const char *r = text;
     while (*r == ' ') r++;
     for (; *r; r++) {
-        if (*r == ' ' && w > text && w[-1] == ' ') continue;
+        // the first byte written is no blank, so a blank always has one before
+        if (*r == ' ' && w[-1] == ' ') continue;
         *w++ = *r;
     }
     if (w > text && w[-1] == ' ') w--;
@@ -440,15 +441,11 @@ void row_printf(const char *rest, V_sink &out) {
     format_int(out, fmt, conv, to_int(value));
 }
 
-void row_expr(const char *ref, const char *rest, V_sink &out) {
+// EXPR_parser answers 1 or 2 only: an invalid expression is no error.
+void row_expr(const char *rest, V_sink &out) {
     int vi = 0;
     float vf = 0;
-    int status = EXPR_parser(rest, &vi, &vf);
-    if (status < 0) {
-        ERRMSG("EXPR error: %s \n", ref);
-        return;
-    }
-    if (status == 1)
+    if (EXPR_parser(rest, &vi, &vf) == 1)
         sink_int(out, vi);
     else
         sink_printf(out, "%f", (double)vf);
@@ -591,7 +588,7 @@ const Builtin builtins[] = {
     {"word:", true, ANSWER((void)ref, row_word(rest, out))},
     {"int:", true, ANSWER((void)ref, row_int(rest, out))},
     {"printf:", true, ANSWER((void)ref, row_printf(rest, out))},
-    {"expr:", true, ANSWER(row_expr(ref, rest, out))},
+    {"expr:", true, ANSWER((void)ref, row_expr(rest, out))},
     {"env:", true, ANSWER((void)ref, row_env(rest, out))},
     {"today", false, ANSWER((void)ref, (void)rest, row_today(out))},
     {"V_DT", true, ANSWER((void)ref, (void)rest, sink_printf(out, "%ld", (long)time(nullptr)))},
@@ -832,7 +829,7 @@ V_TEXT_FORM *split_text(const char *text) {
             }
             const Segment &head = g.inner->seg[0];
             g.which = NAME_UNDECIDED;
-            if (g.inner->count > 0 && head.kind == SEG_TEXT)
+            if (head.kind == SEG_TEXT)
                 g.which = decide_name(head.text, head.len, g.inner->count > 1, &g.rest);
         } else if ((g.which = match_name(g.text, &rest)) >= 0) {
             g.kind = SEG_NAME;

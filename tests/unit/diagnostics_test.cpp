@@ -99,7 +99,7 @@ TEST(Diagnostics, LaterMarkerWinsAndLogCarriesHeapFigures) {
         V_HOME = (char *)home.c_str();
         TMP_DIR = (char *)tmp.c_str();
         FILE *page = tmpfile();
-        V_fp = page;
+        V_stdout = page;
         V_TRACE("hello %d\n", 42);
         EXPECT_EQ(Trace, 3);
         std::string log = slurp(tmp + "/V_LOG3." + std::to_string(getpid()));
@@ -117,7 +117,7 @@ TEST(Diagnostics, PageTraceIsFramed) {
         touch(home + "/V_TRACE");
         V_HOME = (char *)home.c_str();
         FILE *page = tmpfile();
-        V_fp = page;
+        V_stdout = page;
         V_TRACE("step %s", "one");
         V_TRACE("step %s", "two");
         EXPECT_EQ(Trace, 1);
