@@ -344,15 +344,17 @@ void V_values(const char *prog) {
 }
 
 int V_confine_path(const char *root, const char *value, char *out, int size) {
-    int n = under_root(root, value) ? snprintf(out, size, "%s", value)
-                                    : snprintf(out, size, "%s/%s", root, value);
-    if (n < 0 || n >= size) return -1;
-    collapse_slashes(out);
-
     char clean_root[CHECK_SIZE];
-    n = snprintf(clean_root, sizeof clean_root, "%s", root);
+    int n = snprintf(clean_root, sizeof clean_root, "%s", root);
     if (n < 0 || n >= (int)sizeof clean_root) return -1;
     collapse_slashes(clean_root);
+
+    // A root spelt with "//" or "/./" still holds a value that names it the
+    // plain way, as a page path made whole from the working directory does.
+    bool whole = under_root(root, value) || under_root(clean_root, value);
+    n = whole ? snprintf(out, size, "%s", value) : snprintf(out, size, "%s/%s", root, value);
+    if (n < 0 || n >= size) return -1;
+    collapse_slashes(out);
     size_t root_len = strlen(clean_root);
     if (strncmp(out, clean_root, root_len)) return -1;
     return climbs_out(out + root_len) ? -1 : 0;
