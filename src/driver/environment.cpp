@@ -153,11 +153,12 @@ void host_key(char *key, int size) {
 // word is scanned into a line-sized buffer and cut to its own field after.
 void read_config(const char *key, int *hold) {
     char path[1024];
-    snprintf(path, sizeof path, "%s/v.config", V_HOME);
+    int n = snprintf(path, sizeof path, "%s/v.config", V_HOME);
     site_root[0] = 0;
     base_name[0] = 0;
     *hold = 0;
-    File fp(fopen(path, "r"));
+    // a path cut to fit would name another file: then there is no v.config
+    File fp(n > 0 && n < (int)sizeof path ? fopen(path, "r") : nullptr);
     if (!fp) {
         if (strcmp(key, "shell:00")) {
             ERRMSG("Cannot open V_HOME config file: %s", path);
