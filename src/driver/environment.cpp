@@ -219,6 +219,9 @@ void collapse_slashes(char *path) {
             changed = 1;
         }
     }
+    // a final "." step names the directory before it, as "x/." does "x/"
+    size_t len = strlen(path);
+    if (len > 2 && !strcmp(path + len - 2, "/.")) path[len - 1] = 0;
 }
 
 // A value lies under root only when root is followed by a "/" or ends the
