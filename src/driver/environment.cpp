@@ -153,11 +153,12 @@ void host_key(char *key, int size) {
 // word is scanned into a line-sized buffer and cut to its own field after.
 void read_config(const char *key, int *hold) {
     char path[1024];
-    snprintf(path, sizeof path, "%s/v.config", V_HOME);
+    int n = snprintf(path, sizeof path, "%s/v.config", V_HOME);
     site_root[0] = 0;
     base_name[0] = 0;
     *hold = 0;
-    File fp(fopen(path, "r"));
+    // a path cut to fit would name another file: then there is no v.config
+    File fp(n > 0 && n < (int)sizeof path ? fopen(path, "r") : nullptr);
     if (!fp) {
         if (strcmp(key, "shell:00")) {
             ERRMSG("Cannot open V_HOME config file: %s", path);
@@ -218,6 +219,9 @@ void collapse_slashes(char *path) {
             changed = 1;
         }
     }
+    // a final "." step names the directory before it, as "x/." does "x/"
+    size_t len = strlen(path);
+    if (len > 2 && !strcmp(path + len - 2, "/.")) path[len - 1] = 0;
 }
 
 // A value lies under root only when root is followed by a "/" or ends the
@@ -344,15 +348,17 @@ void V_values(const char *prog) {
 }
 
 int V_confine_path(const char *root, const char *value, char *out, int size) {
-    int n = under_root(root, value) ? snprintf(out, size, "%s", value)
-                                    : snprintf(out, size, "%s/%s", root, value);
-    if (n < 0 || n >= size) return -1;
-    collapse_slashes(out);
-
     char clean_root[CHECK_SIZE];
-    n = snprintf(clean_root, sizeof clean_root, "%s", root);
+    int n = snprintf(clean_root, sizeof clean_root, "%s", root);
     if (n < 0 || n >= (int)sizeof clean_root) return -1;
     collapse_slashes(clean_root);
+
+    // A root spelt with "//" or "/./" still holds a value that names it the
+    // plain way, as a page path made whole from the working directory does.
+    bool whole = under_root(root, value) || under_root(clean_root, value);
+    n = whole ? snprintf(out, size, "%s", value) : snprintf(out, size, "%s/%s", root, value);
+    if (n < 0 || n >= size) return -1;
+    collapse_slashes(out);
     size_t root_len = strlen(clean_root);
     if (strncmp(out, clean_root, root_len)) return -1;
     return climbs_out(out + root_len) ? -1 : 0;
