@@ -34,7 +34,7 @@ import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 # What the build and the suites read; the scratch tree holds these only.
-TREE_PARTS = ['CMakeLists.txt', 'src', 'tests', 'examples']
+TREE_PARTS = ['CMakeLists.txt', 'src', 'tests', 'examples', 'deploy']
 PG_ENGINE = 'src/db/postgres_engine.cpp'
 KINDS = ['comparison', 'constant', 'logic', 'call', 'return']
 
