@@ -153,6 +153,8 @@ def main():
     server = Server()
     sock = server.sock
     try:
+        # the web server's own user must be able to connect
+        check(os.stat(sock).st_mode & 0o777 == 0o666, "socket not open to the web server's user")
         # 1. requests answered as CGI runs answer them
         same_as_cgi(server, "get", "V_PAGE=hello.html&who=Ann%20Lee+%26+co")
         same_as_cgi(server, "missing page", "V_PAGE=nothere.html")
@@ -282,11 +284,16 @@ def main():
             if got.endswith(b"mark=two\n"):
                 break
         check(got.endswith(b"mark=two\n"), f"SIGHUP: v.env not read again: {got!r}")
+        check("v.env read again" in log_text(), "SIGHUP: no log line")
 
         # 7. SIGTERM: the request in flight finishes, then the server ends
         slow = in_thread(lambda: F.ask(sock, params("V_PAGE=slow.html")))
         time.sleep(0.3)
         server.proc.send_signal(signal.SIGTERM)
+        time.sleep(0.3)
+        # the server waits for the request in flight before it ends
+        check(server.proc.poll() is None or slow[0].is_alive() is False,
+              "SIGTERM: the server ended before the request in flight")
         slow[0].join()
         check(slow[1]["v"][0].endswith(b"slow done\n"), f"SIGTERM: {slow[1]['v']!r}")
         check(server.proc.wait(timeout=5) == 0, "SIGTERM: exit status")
