@@ -23,7 +23,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
-#include <netdb.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <string>
 #include <sys/mman.h>
@@ -200,28 +200,36 @@ int listen_inet(const char *address) {
     std::string host(address, (size_t)(colon - address));
     if (host.size() > 2 && host.front() == '[' && host.back() == ']')
         host = host.substr(1, host.size() - 2);
-    struct addrinfo hints {
-    }, *res = nullptr;
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
-    // getaddrinfo takes a port past 65535 and listens on it modulo 65536
+    // numeric addresses only, parsed here: the name service functions do
+    // not work in a static binary (and a port past 65535 would wrap)
     const char *port = colon + 1;
     size_t digits = strspn(port, "0123456789");
     bool port_ok = !port[digits] && digits <= 5 && atol(port) <= 65535;
-    if (!port_ok || getaddrinfo(host.c_str(), port, &hints, &res) || !res) {
+    struct sockaddr_storage sa {};
+    socklen_t sa_len = 0;
+    auto *in4 = reinterpret_cast<struct sockaddr_in *>(&sa);
+    auto *in6 = reinterpret_cast<struct sockaddr_in6 *>(&sa);
+    if (port_ok && inet_pton(AF_INET, host.c_str(), &in4->sin_addr) == 1) {
+        in4->sin_family = AF_INET;
+        in4->sin_port = htons((uint16_t)atol(port));
+        sa_len = sizeof *in4;
+    } else if (port_ok && inet_pton(AF_INET6, host.c_str(), &in6->sin6_addr) == 1) {
+        in6->sin6_family = AF_INET6;
+        in6->sin6_port = htons((uint16_t)atol(port));
+        sa_len = sizeof *in6;
+    } else {
         fprintf(stderr, "vorn: not a numeric HOST:PORT: %s\n", address);
         return -1;
     }
-    int fd = socket(res->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int fd = socket(sa.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
     int on = 1;
     if (fd >= 0) setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (fd < 0 || bind(fd, res->ai_addr, res->ai_addrlen) || listen(fd, BACKLOG)) {
+    if (fd < 0 || bind(fd, reinterpret_cast<struct sockaddr *>(&sa), sa_len) ||
+        listen(fd, BACKLOG)) {
         fprintf(stderr, "vorn: cannot listen on %s: %s\n", address, strerror(errno));
         if (fd >= 0) close(fd);
-        freeaddrinfo(res);
         return -1;
     }
-    freeaddrinfo(res);
     return fd;
 }
 
