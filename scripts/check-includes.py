@@ -15,15 +15,16 @@ import sys
 # name starts with; a module may include its own layer and those below it.
 # Diagnostics keeps its old path in driver/ but sits at the bottom: anything
 # may report an error, and what diagnostics needs from above is handed to it
-# through hooks at start-up.
+# through hooks at start-up. The PostgreSQL helper vorn-pq is a program of
+# its own; its entry point sits at the top with the interpreter's.
 LAYERS = [
     ("base", ["base/", "driver/diagnostics"]),
     ("services", ["patt/", "form/", "fcgi/", "db/engine", "db/sqlite_engine",
-                  "db/postgres_engine", "db/libpq_loader"]),
+                  "db/postgres_engine", "db/pq_wire", "db/pq_process"]),
     ("values", ["values/"]),
     ("database", ["db/session", "db/cursor_ids"]),
     ("commands", ["interp/", "sys/", "db/sql_commands"]),
-    ("driver", ["driver/"]),
+    ("driver", ["driver/", "db/pq_helper/"]),
 ]
 
 # The one loop by design: the dispatcher calls the command handlers, a block

@@ -49,7 +49,15 @@ add_test(NAME postgres/stop
          COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/postgres/stop.sh ${VORN_PG_ROOT})
 set_tests_properties(postgres/stop PROPERTIES LABELS postgres FIXTURES_CLEANUP vorn_postgres)
 
-# No server: the client library itself is missing.
+# No server: the client library itself is missing, so the helper cannot start.
 add_test(NAME postgres/no_libpq
          COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/postgres/no_libpq.sh $<TARGET_FILE:vorn>)
 set_tests_properties(postgres/no_libpq PROPERTIES LABELS postgres SKIP_RETURN_CODE 77)
+
+# The helper process around a page, against the server: what it holds, a
+# helper killed mid-page, a missing one and one that does not start.
+add_test(NAME postgres/helper
+         COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/postgres/helper.sh $<TARGET_FILE:vorn>)
+set_tests_properties(postgres/helper PROPERTIES
+  LABELS postgres FIXTURES_REQUIRED vorn_postgres
+  ENVIRONMENT "VORN_DB=postgres;PGHOST=${VORN_PG_SOCKET};PGPORT=${VORN_PG_PORT};PGUSER=postgres;PGDATABASE=${VORN_PG_DATABASE}")

@@ -1,157 +1,180 @@
-// The PostgreSQL engine: one libpq connection per session; a query's rows
-// are read whole at open, so cursors outlive commits and nest freely. libpq
-// itself is loaded at the first connect (db/libpq_loader), and every other
-// entry needs a connection, so none calls into it before it is there.
+// The PostgreSQL engine: one connection per session, held by the helper
+// process vorn-pq (db/pq_process), which is started at the first connect.
+// Every entry is one request and one reply (db/pq_wire); a query's reply
+// carries its whole result, which is stepped here, so cursors outlive
+// commits and nest freely. Every other entry needs a connection, so none
+// talks to a helper that is not there.
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <libpq-fe.h>
+#include <new>
+#include <unistd.h>
 
 #include "db/engine.h"
-#include "db/libpq_loader.h"
+#include "db/pq_process.h"
+#include "db/pq_wire.h"
 #include "driver/diagnostics.h"
 
 namespace {
 
+// A query's reply, kept whole: names and cells point into the frame.
 struct pg_stmt_t {
-    PGresult *res;
+    V_PQ_FRAME frame;
+    V_PQ_ROWS rows;
     int row;   // the row the last step stood on, -1 before the first
-    int nrows;
 };
 
-V_LIBPQ pq;
-bool pq_loaded;
-PGconn *conn;
+int helper = -1;   // the socket to vorn-pq
+bool connected;
+uint8_t transaction = V_PQ_UNKNOWN;   // as the last reply gave it
 char err[512];
 
 void set_error(const char *msg) {
     V_engine_error(err, sizeof err, msg);
 }
 
-void set_conn_error() {
-    set_error(conn ? pq.PQerrorMessage(conn) : "not connected to a database");
+// A helper that is gone or talks nonsense is the site's fault, not the
+// page's: the reason goes to the error log too, and the connection with it.
+void helper_failed(const char *why) {
+    char line[sizeof err];
+    snprintf(line, sizeof line, "PostgreSQL helper %s: %s", V_PQ_HELPER_NAME, why);
+    set_error(line);
+    V_log_error(err);
+    close(helper);
+    helper = -1;
+    connected = false;
+    transaction = V_PQ_UNKNOWN;
 }
 
-void set_result_error(const PGresult *res) {
-    const char *msg = res ? pq.PQresultErrorMessage(res) : "";
-    if (!msg || !*msg) {
-        set_conn_error();
-        return;
+// Sends request and reads the head of the reply into *frame and *in.
+// Returns 0 when the request was done, -1 when it failed (the message set,
+// from the helper or about it; *in is usable only after the helper's own).
+int call(const V_PQ_OUT &request, V_PQ_FRAME *frame, V_PQ_IN *in) {
+    char why[256];
+    int got = V_pq_send(helper, request, why, sizeof why) < 0
+                  ? -1
+                  : V_pq_receive(helper, V_PQ_FRAME_MAX, frame, why, sizeof why);
+    if (got <= 0) {
+        helper_failed(got == 0 ? "ended" : why);
+        return -1;
     }
-    set_error(msg);
-}
-
-// Server notices would otherwise go to stderr, which is the web server's log.
-void notice(void *, const char *message) {
-    V_TRACE("postgres notice: %s", message);
-}
-
-// One statement through the extended protocol, which refuses a second one.
-PGresult *run(const char *sql) {
-    if (!conn) {
-        set_conn_error();
-        return nullptr;
+    *in = V_PQ_IN(frame->data.get(), frame->size);
+    uint8_t state = in->u8();
+    uint8_t failed = in->u8();
+    int len;
+    const char *message = in->str(&len);
+    uint32_t count = in->u32();
+    for (uint32_t i = 0; i < count && !in->bad; i++) {
+        const char *notice = in->str(&len);
+        // server notices would otherwise go to stderr, the web server's log
+        if (notice) V_TRACE("postgres notice: %s", notice);
     }
-    PGresult *res = pq.PQexecParams(conn, sql, 0, nullptr, nullptr, nullptr, nullptr, 0);
-    ExecStatusType status = res ? pq.PQresultStatus(res) : PGRES_FATAL_ERROR;
-    if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return res;
-    if (status == PGRES_EMPTY_QUERY)
-        set_error("empty statement");
-    else
-        set_result_error(res);
-    pq.PQclear(res);
-    return nullptr;
+    if (in->bad || !message || state > V_PQ_UNKNOWN || failed > 1) {
+        helper_failed("malformed reply");
+        return -1;
+    }
+    transaction = state;
+    if (failed) {
+        set_error(message);
+        return -1;
+    }
+    return 0;
 }
 
-// A missing library is the site's installation fault, not the page's: the
-// reason also goes to the error log, where the page's error shows only that
-// the database could not be opened.
-int load_library() {
-    if (pq_loaded) return 0;
+// A request that carries one statement. Returns as call() does; a missing
+// connection fails without asking.
+int statement(V_PQ_REQUEST kind, const char *sql, V_PQ_FRAME *frame, V_PQ_IN *in) {
+    if (!connected) {
+        set_error("not connected to a database");
+        return -1;
+    }
+    V_PQ_OUT request;
+    request.u8(kind);
+    request.str(sql);
+    if (!request.finish() || request.size() > V_PQ_REQUEST_MAX) {
+        set_error("statement too long");
+        return -1;
+    }
+    return call(request, frame, in);
+}
+
+// A missing helper or library is the site's installation fault, not the
+// page's: the reason also goes to the error log, where the page's error
+// shows only that the database could not be opened.
+int start_helper() {
+    if (helper >= 0) return 0;
+    char path[4096];
     char why[sizeof err];
-    if (V_libpq_load(V_LIBPQ_NAME, &pq, why, sizeof why) < 0) {
+    if (V_pq_helper_path(path, sizeof path, why, sizeof why) < 0 ||
+        (helper = V_pq_start(path, why, sizeof why)) < 0) {
         set_error(why);
         V_log_error(err);
         return -1;
     }
-    pq_loaded = true;
     return 0;
 }
 
 int pg_connect(const char *target, const char *user, const char *passwd) {
-    if (load_library() < 0) return -1;
-    if (conn) {
-        pq.PQfinish(conn);
-        conn = nullptr;
-    }
-    const char *keys[5];
-    const char *values[5];
-    int n = 0;
-    // dbname first: a connection string or URI in it is expanded, and the
-    // user and password given by the page then take precedence
-    if (target && *target) {
-        keys[n] = "dbname";
-        values[n++] = target;
-    }
-    if (user && *user) {
-        keys[n] = "user";
-        values[n++] = user;
-    }
-    if (passwd && *passwd) {
-        keys[n] = "password";
-        values[n++] = passwd;
-    }
-    keys[n] = "fallback_application_name";
-    values[n++] = "vorn";
-    keys[n] = nullptr;
-    values[n] = nullptr;
-    PGconn *c = pq.PQconnectdbParams(keys, values, 1);
-    if (!c) {
-        set_error("out of memory");
+    if (start_helper() < 0) return -1;
+    connected = false;
+    V_PQ_OUT request;
+    request.u8(V_PQ_CONNECT);
+    request.str(target);
+    request.str(user);
+    request.str(passwd);
+    if (!request.finish() || request.size() > V_PQ_REQUEST_MAX) {
+        set_error("connection string too long");
         return -1;
     }
-    if (pq.PQstatus(c) != CONNECTION_OK) {
-        set_error(pq.PQerrorMessage(c));
-        pq.PQfinish(c);
-        return -1;
-    }
-    pq.PQsetNoticeProcessor(c, notice, nullptr);
-    conn = c;
+    V_PQ_FRAME frame;
+    V_PQ_IN in(nullptr, 0);
+    if (call(request, &frame, &in) < 0) return -1;
+    connected = true;
     return 0;
 }
 
 void pg_disconnect() {
-    if (!conn) return;
-    pq.PQfinish(conn);
-    conn = nullptr;
+    if (!connected) return;
+    V_PQ_OUT request;
+    request.u8(V_PQ_DISCONNECT);
+    request.finish();
+    V_PQ_FRAME frame;
+    V_PQ_IN in(nullptr, 0);
+    call(request, &frame, &in);
+    connected = false;
 }
 
 int pg_exec(const char *sql) {
-    PGresult *res = run(sql);
-    if (!res) return -1;
-    pq.PQclear(res);
-    return 0;
+    V_PQ_FRAME frame;
+    V_PQ_IN in(nullptr, 0);
+    return statement(V_PQ_EXEC, sql, &frame, &in);
 }
 
 void *pg_prepare(const char *sql, int *ncols) {
-    PGresult *res = run(sql);
-    if (!res) return nullptr;
-    pg_stmt_t *st = static_cast<pg_stmt_t *>(calloc(1, sizeof(pg_stmt_t)));
+    pg_stmt_t *st = new (std::nothrow) pg_stmt_t();
     if (!st) {
-        pq.PQclear(res);
         set_error("out of memory");
         return nullptr;
     }
-    st->res = res;
+    V_PQ_IN in(nullptr, 0);
+    if (statement(V_PQ_QUERY, sql, &st->frame, &in) < 0) {
+        delete st;
+        return nullptr;
+    }
+    if (!V_pq_read_rows(&in, &st->rows)) {
+        delete st;
+        helper_failed("malformed rows, or no memory for them");
+        return nullptr;
+    }
     st->row = -1;
-    st->nrows = pq.PQntuples(res);
-    *ncols = pq.PQnfields(res);
+    *ncols = st->rows.ncols;
     return st;
 }
 
 int pg_step(void *p) {
     pg_stmt_t *st = static_cast<pg_stmt_t *>(p);
-    if (st->row + 1 >= st->nrows) {
-        st->row = st->nrows;
+    if (st->row + 1 >= st->rows.nrows) {
+        st->row = st->rows.nrows;
         return 1;
     }
     st->row++;
@@ -159,25 +182,24 @@ int pg_step(void *p) {
 }
 
 const char *pg_column_name(void *p, int i) {
-    const char *name = pq.PQfname(static_cast<pg_stmt_t *>(p)->res, i);
-    return name ? name : "";
+    pg_stmt_t *st = static_cast<pg_stmt_t *>(p);
+    return i >= 0 && i < st->rows.ncols ? st->rows.names[i] : "";
 }
 
 const char *pg_column(void *p, int i, int *len) {
     pg_stmt_t *st = static_cast<pg_stmt_t *>(p);
-    if (st->row < 0 || st->row >= st->nrows || pq.PQgetisnull(st->res, st->row, i)) {
+    const V_PQ_ROWS &rows = st->rows;
+    if (st->row < 0 || st->row >= rows.nrows || i < 0 || i >= rows.ncols) {
         *len = -1;
         return nullptr;
     }
-    *len = pq.PQgetlength(st->res, st->row, i);
-    return pq.PQgetvalue(st->res, st->row, i);
+    const V_PQ_CELL &cell = rows.cells[(size_t)st->row * rows.ncols + i];
+    *len = cell.text ? cell.len : -1;
+    return cell.text;
 }
 
 void pg_finish(void *p) {
-    pg_stmt_t *st = static_cast<pg_stmt_t *>(p);
-    if (!st) return;
-    pq.PQclear(st->res);
-    free(st);
+    delete static_cast<pg_stmt_t *>(p);
 }
 
 int pg_begin() {
@@ -187,7 +209,7 @@ int pg_begin() {
 // A transaction the server has marked failed would only roll back on COMMIT;
 // say so instead of reporting success.
 int pg_commit() {
-    if (conn && pq.PQtransactionStatus(conn) == PQTRANS_INERROR) {
+    if (connected && transaction == V_PQ_INERROR) {
         pg_exec("ROLLBACK");
         set_error("the transaction had failed and was rolled back");
         return -1;
@@ -200,9 +222,9 @@ int pg_rollback() {
 }
 
 int pg_in_transaction() {
-    if (!conn) return 0;
-    PGTransactionStatusType s = pq.PQtransactionStatus(conn);
-    return s == PQTRANS_INTRANS || s == PQTRANS_INERROR || s == PQTRANS_ACTIVE;
+    if (!connected) return 0;
+    return transaction == V_PQ_INTRANS || transaction == V_PQ_INERROR ||
+           transaction == V_PQ_ACTIVE;
 }
 
 const char *pg_errmsg() {

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # A PostgreSQL base on a host without the client library: libpq is hidden
 # by mounting an empty file over it in a private mount namespace (root
-# only; skipped elsewhere). The page runs up to its first SQL command, which
-# ends the request like a failed connection, and the error log (stderr at a
-# shell) names the missing library; a page without SQL is not affected.
+# only; skipped elsewhere), so the helper vorn-pq cannot start. The page
+# runs up to its first SQL command, which ends the request like a failed
+# connection, and the error log (stderr at a shell) names the missing
+# library and its package in one line; a page without SQL is not affected.
 # Usage: no_libpq.sh VORN
 set -euo pipefail
 vorn=$1
@@ -56,7 +57,9 @@ if [ "$(sed 's/\r$/<CR>/' "$work/out")" != "$expected" ]; then
   cat "$work/out"
   status=1
 fi
-if ! grep -q ": PostgreSQL client library libpq.so.5 is not installed (Debian package libpq5): " "$work/err" ||
+helper="$(dirname "$vorn")/vorn-pq"
+if ! grep -q ": PostgreSQL helper $helper cannot start: the client library libpq.so.5 is missing (Debian package libpq5): .*libpq.so.5" "$work/err" ||
+   [ "$(wc -l <"$work/err")" != 2 ] ||
    ! grep -q ": ### Cannot open database: postgres:dbname=Vorn SQLCODE: -1" "$work/err"; then
   echo "--- a SQL page without libpq: the error log does not name the library"
   cat "$work/err"
