@@ -141,6 +141,10 @@ serve_start() {
     mkdir -p "$dir"/{www,logs,run,cgi}
     chmod 755 "$dir" "$dir"/{www,cgi}
     install -m 755 "$vorn" "$dir/cgi/vorn"
+    # the PostgreSQL helper goes beside the interpreter, where it looks
+    if [ -x "$(dirname "$vorn")/vorn-pq" ]; then
+        install -m 755 "$(dirname "$vorn")/vorn-pq" "$dir/cgi/vorn-pq"
+    fi
     # the workers write their temporary files and sockets under run/
     chown "$SERVE_USER:$SERVE_GROUP" "$dir/run" "$dir/logs"
 
