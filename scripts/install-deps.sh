@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what building Vorn needs (the -dev packages also hold the static
-# archives a plain build links, and libpq-dev the header of the PostgreSQL
-# client library, whose libpq5 the engine loads at run time); with --example
+# archives a plain build links, libc6-dev glibc's among them, and libpq-dev
+# the PostgreSQL client library the helper vorn-pq links); with --example
 # also what serving the example site needs (lighttpd, curl); with --test
 # also what the test suites need (GoogleTest, a PostgreSQL server, a real
 # HTTP client, the three web servers that run the interpreter as CGI, ab for
