@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The helper process vorn-pq around a page, against the test server (the PG
-# variables come from the test): 1 the helper is nobody's child, has only
+# variables come from the test): 1 the helper is nobody's child but in the
+# page's process group (which the FastCGI time limit kills), has only
 # /dev/null, the error log, its socket and the server connection open, and
 # ends with the page;
 # 2 a helper killed mid-page fails the statements with a clear message and
@@ -45,6 +46,9 @@ vorn_pid=$(awk '/^PPid:/ { print $2 }' /proc/$PPID/status)
 for pid in $(bash "$(dirname "$0")/helpers.sh"); do
   parent=$(awk '/^PPid:/ { print $2 }' /proc/$pid/status)
   [ "$parent" = "$vorn_pid" ] && echo "a child of the interpreter"
+  # the FastCGI time limit kills the request's process group
+  [ "$(awk '{ print $5 }' /proc/$pid/stat)" = "$(awk '{ print $5 }' /proc/$vorn_pid/stat)" ] &&
+    echo "in the interpreter's process group"
   echo "descriptors: $(ls /proc/$pid/fd | sort -n | tr '\n' ' ')"
   echo "0 $(readlink /proc/$pid/fd/0) 1 $(readlink /proc/$pid/fd/1)"
   [ "$(readlink /proc/$pid/fd/2)" = "$(readlink /proc/$vorn_pid/fd/2)" ] && echo "2 the error log"
@@ -100,6 +104,7 @@ run() {
 # 1 hygiene
 run "$work/bin" hygiene.html
 expected="1 connected 1
+in the interpreter's process group
 descriptors: 0 1 2 3 4 
 0 /dev/null 1 /dev/null
 2 the error log
