@@ -5,7 +5,7 @@
 # parts), a 1 MB static page, the loop page and the rows page (100,000
 # SQLite rows). Prints per page the medians of CPU and wall time, the ratios
 # Vorn/C and Vorn/php-cgi, and each program's peak memory; after the table,
-# the same hello linked dynamically (libc, libm) as a floor for the small page.
+# the same hello linked dynamically (libc, libm): what the loader alone costs.
 #
 # Usage: bench/compare.sh [--vorn PATH] [--quick] [--markdown] [--pages a,b]
 #   --vorn PATH   time this binary instead of building build-bench/ (Release)
