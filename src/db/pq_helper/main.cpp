@@ -179,9 +179,11 @@ void log_line(const char *what, const char *why) {
 }   // namespace
 
 int main() {
-    int type = 0;
-    socklen_t tlen = sizeof type;
-    if (getsockopt(V_PQ_SOCKET_FD, SOL_SOCKET, SO_TYPE, &type, &tlen) || type != SOCK_STREAM) {
+    // run by hand, or reached as a CGI program, it has no such socket
+    int type = 0, domain = 0;
+    socklen_t tlen = sizeof type, dlen = sizeof domain;
+    if (getsockopt(V_PQ_SOCKET_FD, SOL_SOCKET, SO_TYPE, &type, &tlen) || type != SOCK_STREAM ||
+        getsockopt(V_PQ_SOCKET_FD, SOL_SOCKET, SO_DOMAIN, &domain, &dlen) || domain != AF_UNIX) {
         fprintf(stderr, "vorn-pq is started by vorn for its PostgreSQL connections\n");
         return 2;
     }
