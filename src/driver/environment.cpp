@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "base/directories.h"
+#include "base/hot_data.h"
 #include "base/owners.h"
 #include "driver/diagnostics.h"
 #include "form/urlencoded.h"
@@ -18,10 +19,10 @@
 #include "values/response.h"
 #include "values/variables.h"
 
-char *V_BASE;
-int V_BASE_hold;
-char *V_PAGE;
-char *V_ERROR;
+V_HOT char *V_BASE;
+V_HOT int V_BASE_hold;
+V_HOT char *V_PAGE;
+V_HOT char *V_ERROR;
 
 namespace {
 
@@ -35,19 +36,19 @@ constexpr int CHECK_SIZE = 500;
 
 // putenv keeps pointers into this buffer for the life of the process.
 char env_buffer[ENV_BUFFER];
-int env_used;
+V_HOT int env_used;
 
 // A server that forks a process per request reads v.env once: the bytes
 // are kept here and parsed again by each request, as the file would be.
 constexpr int KEPT_ENV_MAX = 64 * 1024;
-bool keep_env;
-char *kept_env;
-size_t kept_size;
-char *kept_home;
+V_HOT bool keep_env;
+V_HOT char *kept_env;
+V_HOT size_t kept_size;
+V_HOT char *kept_home;
 
-char site_root[ROOT_SIZE];
-char base_name[BASE_SIZE];
-char pid_text[PID_SIZE];
+V_HOT char site_root[ROOT_SIZE];
+V_HOT char base_name[BASE_SIZE];
+V_HOT char pid_text[PID_SIZE];
 
 constexpr const char *DEFAULT_PAGE_SUFFIXES = ".html .htm";
 constexpr const char *ALWAYS_PAGES[] = {"v.page", "v.error"};

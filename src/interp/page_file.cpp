@@ -8,6 +8,7 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "base/hot_data.h"
 #include "base/owners.h"
 #include "driver/diagnostics.h"
 #include "interp/dispatcher.h"
@@ -29,7 +30,7 @@ constexpr int MAX_LEVEL = 10;   // deepest level that still runs: 11 files
 constexpr int DIR_SIZE = 200;
 constexpr int TRACE_TAIL = 100;
 
-int level = 0;
+V_HOT int level = 0;
 
 // Request heap when there is one; the unit tests run without a driver.
 void *page_alloc(size_t size) {
