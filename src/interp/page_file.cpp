@@ -3,9 +3,11 @@
 // <@include> runs another file the same way, <@quit> ends the request.
 #include "interp/page_file.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "base/hot_data.h"
@@ -61,20 +63,35 @@ V_FILE *find_loaded(const struct stat &st) {
     return nullptr;
 }
 
+// Reads up to size bytes of fd into text; a read error ends the text there,
+// as the end of the file does.
+size_t read_whole(int fd, char *text, size_t size) {
+    size_t got = 0;
+    while (got < size) {
+        ssize_t n = read(fd, text + got, size - got);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        got += (size_t)n;
+    }
+    return got;
+}
+
 V_FILE *load_file(const char *fname, const struct stat &st) {
     const char *no_open = "Cannot open file: ";
     if (st.st_size < 0 || st.st_size > INT_MAX - 32) file_failure(no_open, fname);
-    File in(fopen(fname, "r"));
+    // read straight into the text: a stream would allocate its own buffer
+    // and ask the file's block size first, for a file read once and whole
+    Fd in(open(fname, O_RDONLY));
     if (!in) file_failure(no_open, fname);
     int size = (int)st.st_size;
     V_FILE *fp = (V_FILE *)page_alloc(sizeof(V_FILE));
     char *text = (char *)page_alloc((size_t)size + 16);
     if (!fp || !text) {
-        in.reset();   // the failure ends the process without unwinding
+        close(in.release());   // the failure ends the process without unwinding
         file_failure(no_open, fname);
     }
-    size_t got = fread(text, 1, (size_t)size, in.get());
-    in.reset();
+    size_t got = read_whole(in.get(), text, (size_t)size);
+    close(in.release());
     text[got] = 0;
     fp->text = text;
     fp->offset = 0;
