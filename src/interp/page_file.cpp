@@ -34,6 +34,11 @@ constexpr int TRACE_TAIL = 100;
 
 V_HOT int level = 0;
 
+// The file V_page_text has just looked at: the run of the same name that
+// follows takes it as found there, without a second stat. Every run takes
+// or drops it, so any later run of a file looks at the file again.
+V_HOT V_FILE *just_checked;
+
 // Request heap when there is one; the unit tests run without a driver.
 void *page_alloc(size_t size) {
     void *p = nullptr;
@@ -137,9 +142,14 @@ void run_lines(V_FILE *fp, int compile) {
 int V_printfile(const char *fname, int compile) {
     V_TRACE("V_printfile: %s compile: %d level: %d\n", fname, compile, level);
     if (level > MAX_LEVEL) return -1;
+    V_FILE *fp = nullptr;
+    if (just_checked && just_checked->name && !strcmp(just_checked->name, fname)) fp = just_checked;
+    just_checked = nullptr;
     struct stat st;
-    if (stat(fname, &st) != 0) file_failure("Cannot access file: ", fname);
-    V_FILE *fp = find_loaded(st);
+    if (!fp) {
+        if (stat(fname, &st) != 0) file_failure("Cannot access file: ", fname);
+        fp = find_loaded(st);
+    }
     bool reused = fp != nullptr;
     int saved_offset = 0;
     if (reused) {
@@ -167,7 +177,13 @@ const char *V_page_text(const char *fname) {
     struct stat st;
     if (!fname || stat(fname, &st) != 0 || access(fname, R_OK) != 0) return nullptr;
     V_FILE *fp = find_loaded(st);
-    return (fp ? fp : load_file(fname, st))->text;
+    if (!fp) fp = load_file(fname, st);
+    just_checked = fp;
+    return fp->text;
+}
+
+void V_page_forget() {
+    just_checked = nullptr;
 }
 
 int V_include(char *buff, int compile, int ignore) {
