@@ -1,5 +1,7 @@
 // The installation and temporary directories; driver/environment fills them.
 #include "base/directories.h"
 
-char *V_HOME;
-char *TMP_DIR;
+#include "base/hot_data.h"
+
+V_HOT char *V_HOME;
+V_HOT char *TMP_DIR;

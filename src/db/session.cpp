@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "base/directories.h"
+#include "base/hot_data.h"
 #include "db/engine.h"
 #include "driver/diagnostics.h"
 #include "values/block_heap.h"
@@ -19,7 +20,10 @@ V_CURSOR v_CUR[V_MAX_CURSORS];
 
 namespace {
 
-const V_ENGINE *engine;   // the open session's engine, null without a session
+V_HOT const V_ENGINE *engine;   // the open session's engine, null without a session
+// Whether any cursor was ever opened: the end of a request that opened none
+// (most pages) leaves the cursor table, and its pages, untouched.
+V_HOT bool cursors_used;
 char errbuf[512];         // message of the last failure, kept across cleanup statements
 
 constexpr int PATH_SIZE = 4096;
@@ -262,6 +266,7 @@ int select_open(int slot, const char *cid, char *query) {
         return -1;
     }
     cur->sp = st;
+    cursors_used = true;
     cur->hp = hp;
     cur->ncols = ncols;
     snprintf(cur->cid, sizeof cur->cid, "%s", cid);
@@ -369,8 +374,9 @@ int V_database(const char *dbname, const char *user, const char *passwd) {
 void V_finish() {
     V_TRACE("V_finish: COMMIT WORK RELEASE");
     V_flush_output();
-    for (V_CURSOR &cur : v_CUR)
-        if (cur.sp) release_slot(&cur);
+    if (cursors_used)
+        for (V_CURSOR &cur : v_CUR)
+            if (cur.sp) release_slot(&cur);
     if (!engine) return;
     if (engine->in_transaction() && engine->commit() < 0) {
         keep_engine_error();

@@ -14,17 +14,18 @@
 #include <unistd.h>
 
 #include "base/directories.h"
+#include "base/hot_data.h"
 #include "base/tmp_files.h"
 
 char V_ERRMSG[V_ERRMSG_SIZE];
-int Trace;
-int V_trace_ready;
+V_HOT int Trace;
+V_HOT int V_trace_ready;
 int V_debug_pending = 1;
-int Debug;
+V_HOT int Debug;
 
 namespace {
 
-int err_locked;
+V_HOT int err_locked;
 
 // The defaults serve until the driver installs its hooks: an error goes to
 // standard error, and nothing is cleaned up before the exit.
@@ -63,17 +64,17 @@ void blank_controls(char *text) {
         if (*p < 0x20 || *p == 0x7f) *p = ' ';
 }
 
-FILE *trace_fp;   // log file of Trace 2 and 3
+V_HOT FILE *trace_fp;   // log file of Trace 2 and 3
 
-FILE *debug_fp;
-int debug_ready;
-bool debug_refused;   // its name was held by another file: no more tries
+V_HOT FILE *debug_fp;
+V_HOT int debug_ready;
+V_HOT bool debug_refused;   // its name was held by another file: no more tries
 
 // The clock shared by trace and debug lines.
-int tm_ready;
-long tm_start;
-long tm_prev_sec;
-long tm_prev_usec;
+V_HOT int tm_ready;
+V_HOT long tm_start;
+V_HOT long tm_prev_sec;
+V_HOT long tm_prev_usec;
 
 int home_file_exists(const char *name) {
     char path[1024];

@@ -6,11 +6,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/directories.h"
+#include "base/hot_data.h"
 #include "base/owners.h"
 #include "driver/diagnostics.h"
 #include "form/urlencoded.h"
@@ -18,10 +20,10 @@
 #include "values/response.h"
 #include "values/variables.h"
 
-char *V_BASE;
-int V_BASE_hold;
-char *V_PAGE;
-char *V_ERROR;
+V_HOT char *V_BASE;
+V_HOT int V_BASE_hold;
+V_HOT char *V_PAGE;
+V_HOT char *V_ERROR;
 
 namespace {
 
@@ -32,22 +34,23 @@ constexpr int ROOT_SIZE = 200;
 constexpr int BASE_SIZE = 40;
 constexpr int PID_SIZE = 20;
 constexpr int CHECK_SIZE = 500;
+constexpr int STREAM_BUFFER = 4096;   // of v.env and v.config while they are read
 
 // putenv keeps pointers into this buffer for the life of the process.
 char env_buffer[ENV_BUFFER];
-int env_used;
+V_HOT int env_used;
 
 // A server that forks a process per request reads v.env once: the bytes
 // are kept here and parsed again by each request, as the file would be.
 constexpr int KEPT_ENV_MAX = 64 * 1024;
-bool keep_env;
-char *kept_env;
-size_t kept_size;
-char *kept_home;
+V_HOT bool keep_env;
+V_HOT char *kept_env;
+V_HOT size_t kept_size;
+V_HOT char *kept_home;
 
-char site_root[ROOT_SIZE];
-char base_name[BASE_SIZE];
-char pid_text[PID_SIZE];
+V_HOT char site_root[ROOT_SIZE];
+V_HOT char base_name[BASE_SIZE];
+V_HOT char pid_text[PID_SIZE];
 
 constexpr const char *DEFAULT_PAGE_SUFFIXES = ".html .htm";
 constexpr const char *ALWAYS_PAGES[] = {"v.page", "v.error"};
@@ -75,6 +78,20 @@ int file_exists(const char *dir, const char *name) {
 int is_regular(const char *path) {
     struct stat st;
     return stat(path, &st) == 0 && S_ISREG(st.st_mode);
+}
+
+struct FreeBuffer {
+    void operator()(char *p) const { free(p); }
+};
+using Buffer = std::unique_ptr<char[], FreeBuffer>;
+
+// Opens path for reading through buf (STREAM_BUFFER bytes, to outlive the
+// stream; null: the stream's own): given a buffer, the stream does not ask
+// the file for its block size first.
+FILE *open_buffered(const char *path, char *buf) {
+    FILE *fp = fopen(path, "r");
+    if (fp && buf) setvbuf(fp, buf, _IOFBF, STREAM_BUFFER);
+    return fp;
 }
 
 char *keep(const char *text) {
@@ -116,9 +133,9 @@ void keep_env_file(const char *path) {
 
 // The kept copy is parsed from the start of env_buffer again: its lines land
 // where they did in the process that read the file, byte for byte.
-FILE *open_env_file(const char *path) {
+FILE *open_env_file(const char *path, char *buf) {
     if (keep_env && !kept_home) keep_env_file(path);
-    if (!kept_env || strcmp(kept_home, V_HOME)) return fopen(path, "r");
+    if (!kept_env || strcmp(kept_home, V_HOME)) return open_buffered(path, buf);
     env_used = 0;
     return kept_size ? fmemopen(kept_env, kept_size, "r") : nullptr;
 }
@@ -127,7 +144,8 @@ void load_env_file() {
     char path[1024];
     int n = snprintf(path, sizeof path, "%s/v.env", V_HOME);
     if (n < 0 || n >= (int)sizeof path) return;
-    File fp(open_env_file(path));
+    Buffer buf((char *)malloc(STREAM_BUFFER));
+    File fp(open_env_file(path, buf.get()));
     if (!fp) return;
     char line[ENV_LINE];
     while (fgets(line, sizeof line, fp.get())) {
@@ -158,7 +176,8 @@ void read_config(const char *key, int *hold) {
     base_name[0] = 0;
     *hold = 0;
     // a path cut to fit would name another file: then there is no v.config
-    File fp(n > 0 && n < (int)sizeof path ? fopen(path, "r") : nullptr);
+    Buffer buf((char *)malloc(STREAM_BUFFER));
+    File fp(n > 0 && n < (int)sizeof path ? open_buffered(path, buf.get()) : nullptr);
     if (!fp) {
         if (strcmp(key, "shell:00")) {
             ERRMSG("Cannot open V_HOME config file: %s", path);

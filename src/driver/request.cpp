@@ -216,6 +216,7 @@ void V_install_hooks() {
 }
 
 int V_main(int argc, char **argv) {
+    V_page_forget();
     V_output_start();
     Trace = 0;
     V_start();

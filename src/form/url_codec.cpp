@@ -6,11 +6,12 @@
 #include <cstring>
 #include <memory>
 
+#include "base/hot_data.h"
 #include "driver/diagnostics.h"
 
 namespace {
 
-int cut_fields;   // fields fmakeword has cut in this process
+V_HOT int cut_fields;   // fields fmakeword has cut in this process
 
 // Bytes that mean something to the shell somewhere in a word: operators,
 // quotes, globs, expansions, and the word-start specials (# comment, ~ home,

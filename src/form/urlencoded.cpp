@@ -8,11 +8,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/hot_data.h"
 #include "driver/diagnostics.h"
 #include "form/url_codec.h"
 
 entry ent[V_ENT_MAX];
-const char *POST_errmsg;
+V_HOT const char *POST_errmsg;
 
 namespace {
 

@@ -3,11 +3,14 @@
 // <@include> runs another file the same way, <@quit> ends the request.
 #include "interp/page_file.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
 
+#include "base/hot_data.h"
 #include "base/owners.h"
 #include "driver/diagnostics.h"
 #include "interp/dispatcher.h"
@@ -29,7 +32,12 @@ constexpr int MAX_LEVEL = 10;   // deepest level that still runs: 11 files
 constexpr int DIR_SIZE = 200;
 constexpr int TRACE_TAIL = 100;
 
-int level = 0;
+V_HOT int level = 0;
+
+// The file V_page_text has just looked at: the run of the same name that
+// follows takes it as found there, without a second stat. Every run takes
+// or drops it, so any later run of a file looks at the file again.
+V_HOT V_FILE *just_checked;
 
 // Request heap when there is one; the unit tests run without a driver.
 void *page_alloc(size_t size) {
@@ -60,20 +68,35 @@ V_FILE *find_loaded(const struct stat &st) {
     return nullptr;
 }
 
+// Reads up to size bytes of fd into text; a read error ends the text there,
+// as the end of the file does.
+size_t read_whole(int fd, char *text, size_t size) {
+    size_t got = 0;
+    while (got < size) {
+        ssize_t n = read(fd, text + got, size - got);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        got += (size_t)n;
+    }
+    return got;
+}
+
 V_FILE *load_file(const char *fname, const struct stat &st) {
     const char *no_open = "Cannot open file: ";
     if (st.st_size < 0 || st.st_size > INT_MAX - 32) file_failure(no_open, fname);
-    File in(fopen(fname, "r"));
+    // read straight into the text: a stream would allocate its own buffer
+    // and ask the file's block size first, for a file read once and whole
+    Fd in(open(fname, O_RDONLY));
     if (!in) file_failure(no_open, fname);
     int size = (int)st.st_size;
     V_FILE *fp = (V_FILE *)page_alloc(sizeof(V_FILE));
     char *text = (char *)page_alloc((size_t)size + 16);
     if (!fp || !text) {
-        in.reset();   // the failure ends the process without unwinding
+        close(in.release());   // the failure ends the process without unwinding
         file_failure(no_open, fname);
     }
-    size_t got = fread(text, 1, (size_t)size, in.get());
-    in.reset();
+    size_t got = read_whole(in.get(), text, (size_t)size);
+    close(in.release());
     text[got] = 0;
     fp->text = text;
     fp->offset = 0;
@@ -119,9 +142,14 @@ void run_lines(V_FILE *fp, int compile) {
 int V_printfile(const char *fname, int compile) {
     V_TRACE("V_printfile: %s compile: %d level: %d\n", fname, compile, level);
     if (level > MAX_LEVEL) return -1;
+    V_FILE *fp = nullptr;
+    if (just_checked && just_checked->name && !strcmp(just_checked->name, fname)) fp = just_checked;
+    just_checked = nullptr;
     struct stat st;
-    if (stat(fname, &st) != 0) file_failure("Cannot access file: ", fname);
-    V_FILE *fp = find_loaded(st);
+    if (!fp) {
+        if (stat(fname, &st) != 0) file_failure("Cannot access file: ", fname);
+        fp = find_loaded(st);
+    }
     bool reused = fp != nullptr;
     int saved_offset = 0;
     if (reused) {
@@ -149,7 +177,13 @@ const char *V_page_text(const char *fname) {
     struct stat st;
     if (!fname || stat(fname, &st) != 0 || access(fname, R_OK) != 0) return nullptr;
     V_FILE *fp = find_loaded(st);
-    return (fp ? fp : load_file(fname, st))->text;
+    if (!fp) fp = load_file(fname, st);
+    just_checked = fp;
+    return fp->text;
+}
+
+void V_page_forget() {
+    just_checked = nullptr;
 }
 
 int V_include(char *buff, int compile, int ignore) {

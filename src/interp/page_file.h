@@ -9,6 +9,11 @@ extern const char *DIR;   // directory of the file being run
 int V_printfile(const char *fname, int compile);
 // The whole text of a page file, loaded as V_printfile loads it (which then
 // reuses it); null when the file cannot be read, which V_printfile reports.
+// The next V_printfile of the same name takes the file as found here,
+// without looking at it again.
 const char *V_page_text(const char *fname);
+// Makes the next V_printfile look at its file again: a request process that
+// inherited loaded files (a FastCGI child) calls it before its first run.
+void V_page_forget();
 int V_include(char *buff, int compile, int ignore);
 int V_quit(char *buff, int compile, int ignore);

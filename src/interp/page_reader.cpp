@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/hot_data.h"
 #include "driver/diagnostics.h"
 #include "values/substitution.h"
 
@@ -17,8 +18,8 @@ constexpr int CONT_SIZE = 300;   // one continuation line and its comments
 // Where the last line of a loaded file began. Loaded files live until the
 // process ends, so the pointer stays good; the line number is counted only
 // when someone asks (an error), never while reading.
-const V_FILE *reading;
-int reading_start;
+V_HOT const V_FILE *reading;
+V_HOT int reading_start;
 
 // Removes every comment from buf (bufsize bytes). An open comment takes the
 // following lines of fp into buf at its own position, bounded by the buffer
@@ -133,8 +134,8 @@ struct FileCuts {
     CutTable table;
     FileCuts *next;
 };
-FileCuts *file_cuts;
-FileCuts *last_cuts;
+V_HOT FileCuts *file_cuts;
+V_HOT FileCuts *last_cuts;
 
 CutTable *cut_table(const V_FILE *fp) {
     if (last_cuts && last_cuts->file == fp) return &last_cuts->table;

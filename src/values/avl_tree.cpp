@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "base/hot_data.h"
 #include "driver/diagnostics.h"
 
 namespace {
@@ -131,7 +132,7 @@ int remove_inner(avl_tree_t *t, avl_t *a) {
 
 }   // namespace
 
-unsigned long V_tree_changes;
+V_HOT unsigned long V_tree_changes;
 
 int V_avlcmp(const avl_t *a, const avl_t *b) {
     return strcmp(static_cast<const char *>(a->key), static_cast<const char *>(b->key));

@@ -4,7 +4,9 @@
 
 #include <cstdint>
 
-V_BUFFERS v_BUFFERS;
+#include "base/hot_data.h"
+
+V_HOT V_BUFFERS v_BUFFERS;
 
 void V_heap_figures(FILE *fp) {
     V_heap *hp = v_BUFFERS.hp;

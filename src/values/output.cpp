@@ -13,13 +13,14 @@
 #include <stdio_ext.h>
 #include <unistd.h>
 
+#include "base/hot_data.h"
 #include "values/response.h"
 
 int HTML = 1;
 int V_len = -1;
 int DO_fflush = 1;
 int IgnoreEmpty = 1;
-FILE *V_stdout;
+V_HOT FILE *V_stdout;
 
 const HTML_code HTML_tab[] = {
     {"&aacute;", "\xE1"},

@@ -11,6 +11,7 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include "base/hot_data.h"
 #include "form/url_codec.h"
 
 namespace {
@@ -23,17 +24,17 @@ constexpr int NOT_FOUND_STATUS = 404;
 constexpr int REDIRECT_MIN = 300;
 constexpr int REDIRECT_MAX = 399;
 
-bool opened;      // a web request: the block exists
-bool ended;       // its end has been written
-bool deferred;    // the end waits for the first output
-bool no_body;     // a HEAD request
-bool not_found;   // the next fatal error means "no such page"
+V_HOT bool opened;      // a web request: the block exists
+V_HOT bool ended;       // its end has been written
+V_HOT bool deferred;    // the end waits for the first output
+V_HOT bool no_body;     // a HEAD request
+V_HOT bool not_found;   // the next fatal error means "no such page"
 
-std::string content_type;
-int status;   // 0: none given, the server's 200
-std::string reason;
-std::string lines;      // Set-Cookie and page lines in order, with their ends
-std::string location;   // one Location line at most: a later one replaces it
+V_HOT std::string content_type;
+V_HOT int status;   // 0: none given, the server's 200
+V_HOT std::string reason;
+V_HOT std::string lines;      // Set-Cookie and page lines in order, with their ends
+V_HOT std::string location;   // one Location line at most: a later one replaces it
 
 struct Phrase {
     int code;

@@ -15,6 +15,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "base/hot_data.h"
 #include "driver/diagnostics.h"
 #include "form/url_codec.h"
 #include "values/arguments.h"
@@ -39,7 +40,7 @@ constexpr int FORMAT_MAX = 80;       // printf:/int: formats beyond 79 character
 constexpr int DATE_NAME_MAX = 100;   // dt2str:/str2dt: operands must stay shorter
 constexpr int NUM_MAX = 64;
 
-const V_VALUE_ROW *value_rows;   // the names resolved above this layer
+V_HOT const V_VALUE_ROW *value_rows;   // the names resolved above this layer
 
 // Work buffers come from one arena used as a stack: modifiers chain and
 // references nest, and a hostile page could otherwise stack thousands of
@@ -49,7 +50,7 @@ const V_VALUE_ROW *value_rows;   // the names resolved above this layer
 // arena's pages are touched only as deep as a page's chains go.
 constexpr size_t ARENA_SIZE = 256 * 1024;
 alignas(16) char arena[ARENA_SIZE];
-size_t arena_top;
+V_HOT size_t arena_top;
 
 class Scratch {
 public:
@@ -655,7 +656,7 @@ void answer_installed(const V_VALUE_ROW &row, const char *rest, V_sink &out) {
 
 // Bumped whenever the installed rows change, so that a split made against
 // the old names is not used with the new ones.
-int names_generation;
+V_HOT int names_generation;
 
 // The builtin or installed name that answers ref, as an index into builtins
 // or BUILTINS + the installed row, with *rest the text behind it; -1 for a

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/hot_data.h"
 #include "driver/diagnostics.h"
 #include "patt/like.h"
 #include "values/buffers.h"
@@ -33,7 +34,7 @@ struct Lookup {
     V_USER *user;
 };
 constexpr int LOOKUPS = 64;   // a power of two
-Lookup lookups[LOOKUPS];
+V_HOT Lookup lookups[LOOKUPS];
 
 unsigned name_hash(const char *name) {
     unsigned h = 2166136261u;

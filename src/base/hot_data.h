@@ -1,0 +1,15 @@
+// Where the small variables that every request touches are kept. Left in
+// the zero-filled area they sit between the large tables of their files,
+// each on a page of its own, and every first touch of such a page costs the
+// process a page fault (two when the first touch is a read). Marked V_HOT
+// they are kept together at the start of the data area, on the page that
+// start-up writes anyway (the relocated library entries sit next to it).
+// Only for plain variables that are not const: a const one in the same
+// section would clash with the writable ones.
+#pragma once
+
+#if defined(__ELF__)
+#define V_HOT __attribute__((section(".data.hot")))
+#else
+#define V_HOT
+#endif
