@@ -30,6 +30,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -308,7 +309,6 @@ struct Conn {
     int fd;
     unsigned char in[FCGI_RECORD_MAX + RELAY_CHUNK];
     size_t start, have;   // unread bytes are in[start, have)
-    unsigned char out[FCGI_HEADER_SIZE + FCGI_CONTENT_MAX + 8];
     bool broken;
 };
 
@@ -347,13 +347,35 @@ int take(FcgiRecord *rec) {
     return r;
 }
 
+// One record (n <= FCGI_CONTENT_MAX) in one system call as a rule: the
+// header, the content where it is, and the padding.
 bool send_record(int type, int id, const unsigned char *data, size_t n) {
-    size_t pad = fcgi_put_header(conn.out, type, id, n);
-    if (n) memcpy(conn.out + FCGI_HEADER_SIZE, data, n);
-    memset(conn.out + FCGI_HEADER_SIZE + n, 0, pad);
-    if (write_all(conn.fd, conn.out, FCGI_HEADER_SIZE + n + pad)) return true;
-    conn.broken = true;
-    return false;
+    static const unsigned char zeros[8] = {};
+    unsigned char header[FCGI_HEADER_SIZE];
+    size_t pad = fcgi_put_header(header, type, id, n);
+    struct iovec iov[3] = {{header, sizeof header},
+                           {const_cast<unsigned char *>(data), n},
+                           {const_cast<unsigned char *>(zeros), pad}};
+    struct iovec *v = iov;
+    int count = 3;
+    while (count) {
+        ssize_t w = writev(conn.fd, v, count);
+        if (w < 0 && errno == EINTR) continue;
+        if (w <= 0) {
+            conn.broken = true;
+            return false;
+        }
+        while (count && (size_t)w >= v->iov_len) {
+            w -= (ssize_t)v->iov_len;
+            v++;
+            count--;
+        }
+        if (count) {
+            v->iov_base = (unsigned char *)v->iov_base + w;
+            v->iov_len -= (size_t)w;
+        }
+    }
+    return true;
 }
 
 bool send_stream(int type, int id, const char *text) {
@@ -371,6 +393,18 @@ bool send_end(int id, int app_status, int protocol_status) {
     unsigned char body[8];
     fcgi_end_body(body, app_status, protocol_status);
     return send_record(FCGI_END_REQUEST, id, body, sizeof body);
+}
+
+// The end of a response: the empty STDOUT record and END_REQUEST, in one
+// write.
+bool send_finish(int id, int app_status) {
+    unsigned char end[3 * FCGI_HEADER_SIZE];
+    fcgi_put_header(end, FCGI_STDOUT, id, 0);
+    fcgi_put_header(end + FCGI_HEADER_SIZE, FCGI_END_REQUEST, id, FCGI_HEADER_SIZE);
+    fcgi_end_body(end + 2 * FCGI_HEADER_SIZE, app_status, FCGI_REQUEST_COMPLETE);
+    if (write_all(conn.fd, end, sizeof end)) return true;
+    conn.broken = true;
+    return false;
 }
 
 struct ValuesAnswer {
@@ -592,8 +626,7 @@ void refuse(const char *status, const char *message, const std::string &name) {
     char page[512];
     snprintf(page, sizeof page, "Status: %s\r\nContent-Type: text/html\r\n\r\n<h3>%s</h3>\n",
              status, message);
-    if (send_stream(FCGI_STDOUT, req.id, page) && send_record(FCGI_STDOUT, req.id, nullptr, 0))
-        send_end(req.id, 1, FCGI_REQUEST_COMPLETE);
+    if (send_stream(FCGI_STDOUT, req.id, page)) send_finish(req.id, 1);
 }
 
 // Reads records that arrive while the request runs: an ABORT_REQUEST ends
@@ -708,8 +741,7 @@ void serve_request() {
         if (!sent) send_stream(FCGI_STDOUT, req.id, "Status: 500 Internal Server Error\r\n\r\n");
     }
     int app_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    if (send_record(FCGI_STDOUT, req.id, nullptr, 0))
-        send_end(req.id, app_status, FCGI_REQUEST_COMPLETE);
+    send_finish(req.id, app_status);
 }
 
 void serve_connection(int fd) {

@@ -87,7 +87,8 @@ constexpr long SEND_INTERVAL_NS = 50L * 1000 * 1000;
 
 char hold[HOLD_SIZE];
 bool holding;   // stdout runs on hold (not in unit tests or a page check)
-// When the response was last sent; zero, so the first piece goes at once.
+// When the response was last sent, or when the output started: a page done
+// within the interval goes out in one piece, its header block with it.
 timespec last_send;
 // How many of the held bytes end with a finished piece: what flushing after
 // every piece would have sent by now.
@@ -167,6 +168,7 @@ void write_encoded(FILE *fp, const char *text, size_t n) {
 }   // namespace
 
 void V_output_start() {
+    last_send = now();
     holding = setvbuf(stdout, hold, _IOFBF, sizeof hold) == 0;
     // The process runs one thread: stdio need not lock the stream for
     // every write.
