@@ -5,6 +5,9 @@
 # page (100 rows of a 100,000-row SQLite table per request). ab runs each
 # (page, concurrency, server) ROUNDS times, the servers taking turns, each
 # run bounded by REQUESTS requests and SECONDS seconds; the median is shown.
+# Beside them, on the small page, the floor of a server that forks for every
+# request (bench/fork_floor.c: fork, a fixed answer, exit): what a fresh
+# process per request can reach on this machine at best.
 # Installs php8.2-fpm, php8.2-sqlite3, nginx, fcgiwrap and ab when missing
 # (as root).
 # Usage: bench/fastcgi.sh [path/to/vorn] [ROUNDS] [REQUESTS] [SECONDS]
@@ -18,7 +21,7 @@ seconds=${4:-10}
 children=8   # Vorn's connection processes and php-fpm's workers alike
 
 bash "$here/../scripts/install-deps.sh" --only php8.2-fpm php8.2-sqlite3 php8.2-opcache nginx fcgiwrap \
-  apache2-utils sqlite3
+  apache2-utils sqlite3 gcc libc6-dev
 
 user=$(id -un) group=$(id -gn)
 [ "$(id -u)" = 0 ] && user=www-data group=www-data
@@ -38,6 +41,7 @@ trap stop EXIT
 chmod 755 "$work"
 mkdir -p "$work"/{site,home,tmp,run,logs,php}
 install -m 755 "$vorn" "$work/vorn"
+gcc -O2 -static -o "$work/fork_floor" "$here/fork_floor.c"
 port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])')
 
 cat > "$work/site/small.html" <<'PAGE'
@@ -120,6 +124,9 @@ pm.max_children = $children
 CONF
 php-fpm8.2 -F -y "$work/php-fpm.conf" 2>>"$work/logs/php-fpm.log" &
 pids+=($!)
+setsid "${as_user[@]}" "$work/fork_floor" "$work/run/floor.sock" "$children" &
+pids+=($!)
+groups+=($!)
 # Debian's fastcgi_params sends the Host header without its port, which
 # v.config's key needs: the parameters are listed here instead.
 cat > "$work/params.conf" <<'CONF'
@@ -168,6 +175,10 @@ http {
             fastcgi_param SCRIPT_FILENAME $work/vorn;
             fastcgi_pass unix:$work/run/vorn.sock;
         }
+        location /floor/ {
+            include $work/params.conf;
+            fastcgi_pass unix:$work/run/floor.sock;
+        }
         location ~ ^/php/(.+\.php)\$ {
             include $work/params.conf;
             fastcgi_param SCRIPT_FILENAME $work/php/\$1;
@@ -180,6 +191,7 @@ nginx -c "$work/nginx.conf" -e "$work/logs/error.log" -g 'daemon off;' &
 pids+=($!)
 for _ in $(seq 100); do
   [ -S "$work/run/php.sock" ] && [ -S "$work/run/vorn.sock" ] && [ -S "$work/run/fcgiwrap.sock" ] &&
+    [ -S "$work/run/floor.sock" ] &&
     curl -s -o /dev/null "http://127.0.0.1:$port/" && break
   sleep 0.1
 done
@@ -189,6 +201,7 @@ url() {   # server page
   case $1 in
   cgi | fcgi) echo "http://127.0.0.1:$port/$1/$2.html$query" ;;
   php) echo "http://127.0.0.1:$port/php/$2.php$query" ;;
+  floor) echo "http://127.0.0.1:$port/floor/$2$query" ;;
   esac
 }
 # the pages answer alike before they are timed
@@ -202,20 +215,25 @@ for page in small rows; do
   done
 done
 
-printf '%-6s %3s  %12s %12s %12s   (requests per second, median of %d rounds)\n' \
-  page c "Vorn CGI" "Vorn FastCGI" php-fpm "$rounds"
+printf '%-6s %3s  %12s %12s %12s %12s   (requests per second, median of %d rounds)\n' \
+  page c "Vorn CGI" "Vorn FastCGI" php-fpm "fork floor" "$rounds"
 for page in small rows; do
   for c in 1 8; do
     declare -A runs=()
     for _ in $(seq "$rounds"); do
-      for s in cgi fcgi php; do
+      servers=(cgi fcgi php)
+      [ "$page" = small ] && servers+=(floor)
+      for s in "${servers[@]}"; do
         rps=$(ab -q -k -t "$seconds" -n "$requests" -c "$c" "$(url "$s" "$page")" 2>/dev/null |
           sed -n 's/^Requests per second: *\([0-9.]*\).*/\1/p')
         runs[$s]+="${rps:-0} "
       done
     done
     med() { tr ' ' '\n' <<<"${runs[$1]}" | grep . | sort -n | sed -n "$(((rounds + 1) / 2))p"; }
-    printf '%-6s %3s  %12s %12s %12s\n' "$page" "$c" "$(med cgi)" "$(med fcgi)" "$(med php)"
+    floor=-
+    [ "$page" = small ] && floor=$(med floor)
+    printf '%-6s %3s  %12s %12s %12s %12s\n' "$page" "$c" "$(med cgi)" "$(med fcgi)" "$(med php)" \
+      "$floor"
     unset runs
   done
 done
