@@ -49,7 +49,39 @@ V_HOT const V_VALUE_ROW *value_rows;   // the names resolved above this layer
 // heap. Nothing is allocated per reference in the usual case, and the
 // arena's pages are touched only as deep as a page's chains go.
 constexpr size_t ARENA_SIZE = 256 * 1024;
-alignas(16) char arena[ARENA_SIZE];
+
+// Every name, builtin or installed, goes into the list of its first byte,
+// keeping its order of precedence (the builtins first, then the installed
+// rows in their own order). A reference is compared only with the names of
+// its own first byte; most variable names meet none or one and go straight
+// to the variable tree.
+constexpr int NAMES_MAX = 255;   // builtins and installed rows together
+
+struct NameEntry {
+    unsigned short len;
+    short which;   // index into builtins, or BUILTINS + installed row
+    bool prefix;
+};
+
+struct NameIndex {
+    bool built;
+    int count;
+    short first[257];   // names of byte c: order[first[c]] .. order[first[c + 1] - 1]
+    unsigned char order[NAMES_MAX];
+    NameEntry entry[NAMES_MAX];   // the name itself is its row's
+};
+
+// Every request builds the index and takes its first buffers from the
+// arena: the two share the first page of one block, so that together
+// they cost the process one page fault.
+struct alignas(4096) Workspace {
+    NameIndex names;
+    alignas(16) char arena[ARENA_SIZE];
+};
+static_assert(sizeof(NameIndex) <= 3 * 1024, "the index leaves room for the arena's start");
+V_PAGE_BLOCK Workspace workspace;
+constinit NameIndex &names = workspace.names;
+constinit char *const arena = workspace.arena;
 V_HOT size_t arena_top;
 
 class Scratch {
@@ -604,32 +636,16 @@ const Builtin builtins[] = {
 #undef ANSWER
 
 constexpr int BUILTINS = (int)(sizeof builtins / sizeof builtins[0]);
-constexpr int NAMES_MAX = 255;   // builtins and installed rows together
+const char *name_of(const NameEntry &e) {
+    return e.which < BUILTINS ? builtins[e.which].name : value_rows[e.which - BUILTINS].name;
+}
 
-// Every name, builtin or installed, goes into the list of its first byte,
-// keeping its order of precedence (the builtins first, then the installed
-// rows in their own order). A reference is compared only with the names of
-// its own first byte; most variable names meet none or one and go straight
-// to the variable tree.
-struct NameIndex {
-    bool built;
-    int count;
-    const char *name[NAMES_MAX];
-    size_t len[NAMES_MAX];
-    bool prefix[NAMES_MAX];
-    short which[NAMES_MAX];   // index into builtins, or BUILTINS + installed row
-    unsigned char order[NAMES_MAX];
-    short first[257];   // names of byte c: order[first[c]] .. order[first[c + 1] - 1]
-} names;
 
 void index_name(const char *name, bool prefix, int which) {
     // an empty name is never looked for: it would begin every reference
-    if (names.count >= NAMES_MAX || !name[0]) return;
-    int i = names.count++;
-    names.name[i] = name;
-    names.len[i] = strlen(name);
-    names.prefix[i] = prefix;
-    names.which[i] = (short)which;
+    size_t len = strlen(name);
+    if (names.count >= NAMES_MAX || len == 0 || len > USHRT_MAX) return;
+    names.entry[names.count++] = {(unsigned short)len, (short)which, prefix};
 }
 
 void build_names() {
@@ -638,13 +654,13 @@ void build_names() {
     for (int r = 0; value_rows && value_rows[r].name; r++)
         index_name(value_rows[r].name, value_rows[r].prefix, BUILTINS + r);
     int counts[256] = {};
-    for (int i = 0; i < names.count; i++) counts[(unsigned char)names.name[i][0]]++;
+    for (int i = 0; i < names.count; i++) counts[(unsigned char)name_of(names.entry[i])[0]]++;
     names.first[0] = 0;
     for (int c = 0; c < 256; c++) names.first[c + 1] = (short)(names.first[c] + counts[c]);
     short fill[256];
     memcpy(fill, names.first, sizeof fill);
     for (int i = 0; i < names.count; i++)   // stable: precedence kept within a byte
-        names.order[fill[(unsigned char)names.name[i][0]]++] = (unsigned char)i;
+        names.order[fill[(unsigned char)name_of(names.entry[i])[0]]++] = (unsigned char)i;
     names.built = true;
 }
 
@@ -665,11 +681,11 @@ int match_name(const char *ref, const char **rest) {
     if (!names.built) build_names();
     unsigned char c = (unsigned char)ref[0];
     for (int k = names.first[c]; k < names.first[c + 1]; k++) {
-        int i = names.order[k];
-        if (strncmp(ref, names.name[i], names.len[i]) != 0) continue;
-        *rest = ref + names.len[i];
-        if (!names.prefix[i] && **rest) continue;
-        return names.which[i];
+        const NameEntry &e = names.entry[names.order[k]];
+        if (strncmp(ref, name_of(e), e.len) != 0) continue;
+        *rest = ref + e.len;
+        if (!e.prefix && **rest) continue;
+        return e.which;
     }
     return -1;
 }
@@ -753,14 +769,14 @@ int decide_name(const char *lit, int len, bool more, int *rest) {
     if (!names.built) build_names();
     unsigned char c = (unsigned char)lit[0];
     for (int k = names.first[c]; k < names.first[c + 1]; k++) {
-        int i = names.order[k];
-        int n = (int)names.len[i];
-        if (strncmp(lit, names.name[i], (size_t)(n < len ? n : len)) != 0) continue;
+        const NameEntry &e = names.entry[names.order[k]];
+        int n = (int)e.len;
+        if (strncmp(lit, name_of(e), (size_t)(n < len ? n : len)) != 0) continue;
         // the literal is this name's beginning, or the name is the literal's
-        if (n > len || (!names.prefix[i] && n == len && more)) return NAME_UNDECIDED;
-        if (!names.prefix[i] && n < len) continue;
+        if (n > len || (!e.prefix && n == len && more)) return NAME_UNDECIDED;
+        if (!e.prefix && n < len) continue;
         *rest = n;
-        return names.which[i];
+        return e.which;
     }
     return -1;
 }
