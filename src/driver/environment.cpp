@@ -75,9 +75,22 @@ int file_exists(const char *dir, const char *name) {
     return n > 0 && n < (int)sizeof path && access(path, F_OK) == 0;
 }
 
-int is_regular(const char *path) {
+int is_regular(const char *path, struct stat *seen = nullptr) {
     struct stat st;
-    return stat(path, &st) == 0 && S_ISREG(st.st_mode);
+    if (!seen) seen = &st;
+    return stat(path, seen) == 0 && S_ISREG(seen->st_mode);
+}
+
+// What stat said of the page V_values has checked, and its path: the
+// page's first reading takes it rather than asking the file again.
+V_HOT struct stat page_seen;
+V_HOT char *page_seen_path;
+
+bool check_name(const char *root, const char *name, bool pages_only, struct stat *seen);
+
+void forget_page_seen() {
+    free(page_seen_path);
+    page_seen_path = nullptr;
 }
 
 struct FreeBuffer {
@@ -357,7 +370,19 @@ void V_values(const char *prog) {
     // pages: any other file under the root (a database, an include, an
     // upload) would run as one. A name given at a shell is the caller's own.
     bool from_request = V_serving_request();
-    V_PAGE = checked_value(site_root, "V_PAGE", from_request);
+    forget_page_seen();
+    if (V_get_user("V_PAGE")) {
+        struct stat seen;
+        bool passed = check_name(site_root, "V_PAGE", from_request, &seen);
+        const char *value = V_get_value("V_PAGE");
+        V_PAGE = value ? keep(value) : nullptr;
+        if (passed && V_PAGE) {
+            page_seen = seen;
+            page_seen_path = keep(V_PAGE);
+        }
+    } else {
+        V_PAGE = nullptr;
+    }
     V_ERROR = checked_value(site_root, "V_ERROR", from_request);
     V_default_names(site_root);
     if (!V_PAGE) {
@@ -404,22 +429,26 @@ bool V_is_page_name(const char *path) {
     return false;
 }
 
-void V_check_name(const char *root, const char *name, bool pages_only) {
+namespace {
+
+// V_check_name, with what stat said of the checked file in *seen when
+// it passes.
+bool check_name(const char *root, const char *name, bool pages_only, struct stat *seen) {
     V_USER *user = V_get_user(name);
-    if (!user || !user->var.value) return;
+    if (!user || !user->var.value) return false;
     const char *value = user->var.value;
     char path[CHECK_SIZE];
     // every refusal here means the request named no page that may run
     if (strlen(value) > CHECK_SIZE || V_confine_path(root, value, path, sizeof path)) {
         V_response_not_found();
         ERRMSG("Invalid %s value: %s \n", name, value);
-        return;
+        return false;
     }
     V_TRACE("regular_file: %s ==> ? \n", path);
-    if (!is_regular(path)) {
+    if (!is_regular(path, seen)) {
         V_response_not_found();
         ERRMSG("Invalid %s value: %s \n", name, value);
-        return;
+        return false;
     }
     V_TRACE("regular_file: %s ==> OK.\n", path);
     // The confined path, not the value: a decoded %00 has already cut the
@@ -427,18 +456,30 @@ void V_check_name(const char *root, const char *name, bool pages_only) {
     if (pages_only && !V_is_page_name(path)) {
         V_response_not_found();
         ERRMSG("Invalid %s value: %s \n", name, value);
-        return;
+        return false;
     }
-    if (!strcmp(path, value)) return;
+    if (!strcmp(path, value)) return true;
 
     size_t len = strlen(path) + 1;
     char *copy = user->hp ? (char *)V_heap_alloc(user->hp, (int)len) : nullptr;
     if (!copy) {
         V_put_value(name, path, user->fixed, user->cookie);
-        return;
+        return true;
     }
     memcpy(copy, path, len);
     user->var.value = copy;
+    return true;
+}
+
+}   // namespace
+
+void V_check_name(const char *root, const char *name, bool pages_only) {
+    struct stat seen;
+    check_name(root, name, pages_only, &seen);
+}
+
+const struct stat *V_page_seen(const char *page) {
+    return page && page_seen_path && !strcmp(page, page_seen_path) ? &page_seen : nullptr;
 }
 
 void V_default_names(const char *root) {

@@ -1,6 +1,7 @@
 // The installation directory, v.env and v.config: the site root for the
 // host, the base name, the page to run and the error page.
 #pragma once
+#include <sys/stat.h>
 
 extern char *V_BASE;
 extern int V_BASE_hold;
@@ -20,6 +21,9 @@ void V_values(const char *prog);
 // pages_only the path must also name a page (see V_is_page_name). A refusal
 // is fatal: "Invalid NAME value: VALUE".
 void V_check_name(const char *root, const char *name, bool pages_only = false);
+// What stat said of page when V_values checked it as V_PAGE, or null for
+// another path or none checked.
+const struct stat *V_page_seen(const char *page);
 // True when the last component of path is v.page or v.error or ends in one
 // of the suffixes of VORN_PAGE_SUFFIXES (blank-separated; ".html .htm" when
 // the setting is unset).

@@ -59,7 +59,7 @@ void site_charset(char *type, int size) {
 bool page_sends_headers(const char *page) {
     const char *setting = getenv("VORN_PAGE_HEADERS");
     if (setting && !strcmp(setting, "on")) return true;
-    const char *text = V_page_text(page);
+    const char *text = V_page_text(page, V_page_seen(page));
     return text && V_holds_header_command(text);
 }
 

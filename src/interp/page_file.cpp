@@ -81,13 +81,13 @@ size_t read_whole(int fd, char *text, size_t size) {
     return got;
 }
 
-V_FILE *load_file(const char *fname, const struct stat &st) {
+// Loads the file open on in; st is what stat said of fname.
+V_FILE *load_open_file(const char *fname, const struct stat &st, Fd &in) {
     const char *no_open = "Cannot open file: ";
-    if (st.st_size < 0 || st.st_size > INT_MAX - 32) file_failure(no_open, fname);
-    // read straight into the text: a stream would allocate its own buffer
-    // and ask the file's block size first, for a file read once and whole
-    Fd in(open(fname, O_RDONLY));
-    if (!in) file_failure(no_open, fname);
+    if (!in || st.st_size < 0 || st.st_size > INT_MAX - 32) {
+        if (in) close(in.release());   // the failure ends the process without unwinding
+        file_failure(no_open, fname);
+    }
     int size = (int)st.st_size;
     V_FILE *fp = (V_FILE *)page_alloc(sizeof(V_FILE));
     char *text = (char *)page_alloc((size_t)size + 16);
@@ -111,6 +111,13 @@ V_FILE *load_file(const char *fname, const struct stat &st) {
     if (fp->size > TRACE_TAIL)
         V_TRACE("LAST 100 CHARS ===>\n%s\n===>\n", text + fp->size - TRACE_TAIL);
     return fp;
+}
+
+V_FILE *load_file(const char *fname, const struct stat &st) {
+    // read straight into the text: a stream would allocate its own buffer
+    // and ask the file's block size first, for a file read once and whole
+    Fd in(open(fname, O_RDONLY));
+    return load_open_file(fname, st, in);
 }
 
 // The directory of fname, seen from the site root when the page lies below it.
@@ -173,11 +180,23 @@ int V_printfile(const char *fname, int compile) {
     return 0;
 }
 
-const char *V_page_text(const char *fname) {
+const char *V_page_text(const char *fname, const struct stat *seen) {
     struct stat st;
-    if (!fname || stat(fname, &st) != 0 || access(fname, R_OK) != 0) return nullptr;
+    if (!fname) return nullptr;
+    if (seen)
+        st = *seen;
+    else if (stat(fname, &st) != 0)
+        return nullptr;
     V_FILE *fp = find_loaded(st);
-    if (!fp) fp = load_file(fname, st);
+    if (fp) {
+        if (access(fname, R_OK) != 0) return nullptr;
+    } else {
+        // a file that opens is readable: the opening is the test, where
+        // asking first would cost a call of its own
+        Fd in(open(fname, O_RDONLY));
+        if (!in) return nullptr;
+        fp = load_open_file(fname, st, in);
+    }
     just_checked = fp;
     return fp->text;
 }

@@ -2,9 +2,13 @@
 // continuation and control-byte handling, on files built in memory.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include "interp/page_file.h"
 #include "interp/page_reader.h"
 #include "values/substitution.h"
 
@@ -122,4 +126,31 @@ TEST(PageFileDeathTest, ContinuationOverLimitIsFatal) {
             exit(0);
         },
         testing::ExitedWithCode(255), "");
+}
+
+// The driver hands V_page_text the stat it took when it checked the page;
+// the file can be gone by the time it is opened, and then there is no page
+// text, not a fatal "Cannot open file".
+TEST(PageFile, PageTextTakesTheGivenStatAndSurvivesAVanishedFile) {
+    char path[] = "/tmp/vorn-pagetext-XXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, "<p>one</p>\n", 11), 11);
+    close(fd);
+    struct stat seen;
+    ASSERT_EQ(stat(path, &seen), 0);
+    const char *text = V_page_text(path, &seen);
+    ASSERT_NE(text, nullptr);
+    EXPECT_STREQ(text, "<p>one</p>\n");
+    V_page_forget();
+
+    // the same stat for a file no longer there: the loaded copy matches it
+    // but the file cannot be read, so it is no page
+    unlink(path);
+    EXPECT_EQ(V_page_text(path, &seen), nullptr);
+    // nor is a path that never opened, with a stat that matches nothing loaded
+    seen.st_ino ^= 1;
+    EXPECT_EQ(V_page_text(path, &seen), nullptr);
+    EXPECT_EQ(V_page_text(path), nullptr);
+    V_page_forget();
 }
