@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -93,11 +92,6 @@ void forget_page_seen() {
     page_seen_path = nullptr;
 }
 
-struct FreeBuffer {
-    void operator()(char *p) const { free(p); }
-};
-using Buffer = std::unique_ptr<char[], FreeBuffer>;
-
 // Opens path for reading through buf (STREAM_BUFFER bytes, to outlive the
 // stream; null: the stream's own): given a buffer, the stream does not ask
 // the file for its block size first.
@@ -157,8 +151,11 @@ void load_env_file() {
     char path[1024];
     int n = snprintf(path, sizeof path, "%s/v.env", V_HOME);
     if (n < 0 || n >= (int)sizeof path) return;
-    Buffer buf((char *)malloc(STREAM_BUFFER));
-    File fp(open_env_file(path, buf.get()));
+    // on the stack, declared before the stream that it outlives: from the
+    // heap it would push what the request allocates next onto a page of
+    // its own, for the few bytes read into it
+    char buf[STREAM_BUFFER];
+    File fp(open_env_file(path, buf));
     if (!fp) return;
     char line[ENV_LINE];
     while (fgets(line, sizeof line, fp.get())) {
@@ -189,8 +186,8 @@ void read_config(const char *key, int *hold) {
     base_name[0] = 0;
     *hold = 0;
     // a path cut to fit would name another file: then there is no v.config
-    Buffer buf((char *)malloc(STREAM_BUFFER));
-    File fp(n > 0 && n < (int)sizeof path ? open_buffered(path, buf.get()) : nullptr);
+    char buf[STREAM_BUFFER];   // as in load_env_file
+    File fp(n > 0 && n < (int)sizeof path ? open_buffered(path, buf) : nullptr);
     if (!fp) {
         if (strcmp(key, "shell:00")) {
             ERRMSG("Cannot open V_HOME config file: %s", path);
