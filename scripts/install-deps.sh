@@ -14,7 +14,7 @@
 # system services these packages bring are not started here.
 set -euo pipefail
 
-packages=(cmake g++ make pkg-config libsqlite3-dev libpq-dev libcrypt-dev sqlite3)
+packages=(cmake g++ make pkg-config lld libsqlite3-dev libpq-dev libcrypt-dev sqlite3)
 case "${1:-}" in
 --only)
   shift

@@ -1,0 +1,78 @@
+#!/usr/bin/env bash
+# Writes src/driver/start_up.order, the order in which the static link lays
+# out the functions a small page runs. Scattered over two megabytes of code,
+# they cost a CGI request some twenty page faults, each of which maps up to
+# sixteen pages of the binary that the exit unmaps again; together they fit
+# a few pages. The list is what callgrind sees a release build run for a
+# small GET page (run under callgrind, glibc picks its SSE/AVX2 variants of
+# the string functions: every variant of such a function is listed), and
+# first the resolvers of the indirect functions, which every start runs.
+# A function missing from the list only costs speed; run this after larger
+# changes to the start-up path.
+#
+# Usage: scripts/start-order.sh [VORN]   (default: build-rel/vorn, Release)
+# Needs valgrind.
+set -euo pipefail
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+vorn=${1:-$root/build-rel/vorn}
+case $vorn in /*) ;; *) vorn=$(pwd)/$vorn ;; esac
+if [ ! -x "$vorn" ]; then
+  echo "start-order.sh: no interpreter at $vorn (build-rel/ is the Release tree)" >&2
+  exit 2
+fi
+command -v valgrind >/dev/null || { echo "start-order.sh: needs valgrind" >&2; exit 2; }
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT INT TERM
+mkdir -p "$work/home" "$work/site" "$work/tmp"
+cp "$root/bench/small.html" "$work/site/"
+printf 'bench:80 %s\n' "$work/site" > "$work/home/v.config"
+printf 'TMP_DIR=%s\nVORN_DB=sqlite\n' "$work/tmp" > "$work/home/v.env"
+
+env -i REQUEST_METHOD=GET QUERY_STRING='name=Ada&colour=blue&count=3' GATEWAY_INTERFACE=CGI/1.1 \
+  SERVER_PROTOCOL=HTTP/1.1 SERVER_NAME=bench SERVER_PORT=80 SCRIPT_NAME=/vorn \
+  PATH_INFO=/small.html V_HOME="$work/home" \
+  valgrind -q --tool=callgrind --demangle=no --callgrind-out-file="$work/cg.out" "$vorn" >/dev/null
+
+python3 - "$vorn" "$work/cg.out" "$root/src/driver/start_up.order" <<'EOF'
+import re, subprocess, sys
+
+vorn, profile, out = sys.argv[1:]
+functions = {}   # address -> names
+names = set()
+for line in subprocess.run(['nm', '-n', vorn], capture_output=True, text=True).stdout.splitlines():
+    parts = line.split()
+    if len(parts) == 3 and parts[1] in 'TtWwi':
+        functions.setdefault(int(parts[0], 16), []).append(parts[2])
+        names.add(parts[2])
+
+order = []
+def add(name):
+    if name in names and name not in order:
+        order.append(name)
+
+# the resolvers: the addends of the IRELATIVE relocations
+relocs = subprocess.run(['readelf', '-rW', vorn], capture_output=True, text=True).stdout
+for line in relocs.splitlines():
+    if 'IRELATIV' in line:
+        for name in functions.get(int(line.split()[-1], 16), []):
+            add(name)
+
+variant = re.compile(r'^(__\w+?)_(sse2|ssse3|sse4_1|sse42|avx|avx2|evex|avx512)')
+with open(profile) as f:
+    for line in f:
+        m = re.match(r"^c?fn=\(\d+\) (\S+)", line)
+        if not m:
+            continue
+        name = re.sub(r"'\d+$", '', m.group(1))
+        add(name)
+        v = variant.match(name)
+        if v:
+            for other in sorted(n for n in names if n.startswith(v.group(1) + '_')):
+                add(other)
+
+with open(out, 'w') as f:
+    f.write(''.join(n + '\n' for n in order))
+print(f'start-order.sh: {len(order)} functions in {out}')
+EOF
