@@ -1,13 +1,17 @@
 #!/usr/bin/env bash
 # Writes src/driver/start_up.order, the order in which the static link lays
-# out the functions a small page runs. Scattered over two megabytes of code,
-# they cost a CGI request some twenty page faults, each of which maps up to
-# sixteen pages of the binary that the exit unmaps again; together they fit
-# a few pages. The list is what callgrind sees a release build run for a
-# small GET page (run under callgrind, glibc picks its SSE/AVX2 variants of
-# the string functions: every variant of such a function is listed), and
-# first the resolvers of the indirect functions, which every start runs.
-# A function missing from the list only costs speed; run this after larger
+# out the functions and variables a small page uses. Scattered over two
+# megabytes of code, the functions cost a CGI request some twenty page
+# faults, each of which maps up to sixteen pages of the binary that the exit
+# unmaps again; together they fit a few pages. So do the variables, glibc's
+# among them, that lie on a dozen pages of the data areas otherwise.
+# The functions are what callgrind sees a release build run for a small GET
+# page (run under valgrind, glibc picks its SSE/AVX2 variants of the string
+# functions: every variant of such a function is listed), after the
+# resolvers of the indirect functions, which every start runs; the
+# variables are what lackey sees the same run touch, smallest first, so
+# that the large buffers touched only at their start come last.
+# A name missing from the list only costs speed; run this after larger
 # changes to the start-up path.
 #
 # Usage: scripts/start-order.sh [VORN]   (default: build-rel/vorn, Release)
@@ -34,18 +38,24 @@ env -i REQUEST_METHOD=GET QUERY_STRING='name=Ada&colour=blue&count=3' GATEWAY_IN
   SERVER_PROTOCOL=HTTP/1.1 SERVER_NAME=bench SERVER_PORT=80 SCRIPT_NAME=/vorn \
   PATH_INFO=/small.html V_HOME="$work/home" \
   valgrind -q --tool=callgrind --demangle=no --callgrind-out-file="$work/cg.out" "$vorn" >/dev/null
+env -i REQUEST_METHOD=GET QUERY_STRING='name=Ada&colour=blue&count=3' GATEWAY_INTERFACE=CGI/1.1 \
+  SERVER_PROTOCOL=HTTP/1.1 SERVER_NAME=bench SERVER_PORT=80 SCRIPT_NAME=/vorn \
+  PATH_INFO=/small.html V_HOME="$work/home" \
+  valgrind -q --tool=lackey --trace-mem=yes --log-file="$work/mem.out" "$vorn" >/dev/null
 
-python3 - "$vorn" "$work/cg.out" "$root/src/driver/start_up.order" <<'EOF'
+python3 - "$vorn" "$work/cg.out" "$work/mem.out" "$root/src/driver/start_up.order" <<'EOF'
+import bisect
 import re, subprocess, sys
 
-vorn, profile, out = sys.argv[1:]
+vorn, profile, trace, out = sys.argv[1:]
 functions = {}   # address -> names
 names = set()
 for line in subprocess.run(['nm', '-n', vorn], capture_output=True, text=True).stdout.splitlines():
     parts = line.split()
-    if len(parts) == 3 and parts[1] in 'TtWwi':
-        functions.setdefault(int(parts[0], 16), []).append(parts[2])
+    if len(parts) == 3:
         names.add(parts[2])
+        if parts[1] in 'TtWwi':
+            functions.setdefault(int(parts[0], 16), []).append(parts[2])
 
 order = []
 def add(name):
@@ -72,7 +82,33 @@ with open(profile) as f:
             for other in sorted(n for n in names if n.startswith(v.group(1) + '_')):
                 add(other)
 
+# the variables: every object of the data areas the run reads or writes,
+# but for the block of pages that has an area of its own (.lbss)
+variables = []
+for line in subprocess.run(['nm', '-S', '-n', vorn], capture_output=True, text=True).stdout.splitlines():
+    parts = line.split()
+    if len(parts) == 4 and parts[2] in 'dDbBrRvVu':
+        variables.append((int(parts[0], 16), int(parts[1], 16), parts[3]))
+variables.sort()
+starts = [v[0] for v in variables]
+lbss = (0, 0)
+for line in subprocess.run(['readelf', '-SW', vorn], capture_output=True, text=True).stdout.splitlines():
+    parts = line.replace('[ ', '[').split()
+    if len(parts) > 5 and parts[1].startswith('.lbss'):
+        lbss = (int(parts[3], 16), int(parts[3], 16) + int(parts[5], 16))
+touched = {}
+with open(trace) as f:
+    for line in f:
+        if len(line) < 4 or line[0] != ' ' or line[1] not in 'LSM':
+            continue
+        at = int(line[3:].split(',')[0], 16)
+        i = bisect.bisect_right(starts, at) - 1
+        if i >= 0 and at < variables[i][0] + max(variables[i][1], 1) and not lbss[0] <= at < lbss[1]:
+            touched[variables[i][2]] = variables[i][1]
+for name in sorted(touched, key=lambda n: (touched[n], n)):
+    add(name)
+
 with open(out, 'w') as f:
     f.write(''.join(n + '\n' for n in order))
-print(f'start-order.sh: {len(order)} functions in {out}')
+print(f'start-order.sh: {len(order)} functions and variables in {out}')
 EOF

@@ -19,15 +19,6 @@
 #include "values/response.h"
 #include "values/variables.h"
 
-namespace {
-constexpr int ENV_BUFFER = 4096;
-// putenv keeps pointers into this buffer for the life of the process. It
-// is kept with the hot variables, behind them (the compiler lays out a
-// file's variables last to first): a request writes only the few bytes of
-// its settings at the start, on the page that holds the others.
-V_HOT char env_buffer[ENV_BUFFER];
-}   // namespace
-
 V_HOT char *V_BASE;
 V_HOT int V_BASE_hold;
 V_HOT char *V_PAGE;
@@ -36,6 +27,7 @@ V_HOT char *V_ERROR;
 namespace {
 
 constexpr int ENV_LINE = 3000;
+constexpr int ENV_BUFFER = 4096;
 constexpr int CONFIG_LINE = 100;
 constexpr int ROOT_SIZE = 200;
 constexpr int BASE_SIZE = 40;
@@ -43,6 +35,9 @@ constexpr int PID_SIZE = 20;
 constexpr int CHECK_SIZE = 500;
 constexpr int STREAM_BUFFER = 4096;   // of v.env and v.config while they are read
 
+// putenv keeps pointers into this buffer for the life of the process. A
+// request writes its few settings at the start.
+V_HOT_BUFFER char env_buffer[ENV_BUFFER];
 V_HOT int env_used;
 
 // A server that forks a process per request reads v.env once: the bytes
