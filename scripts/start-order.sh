@@ -6,16 +6,17 @@
 # unmaps again; together they fit a few pages. So do the variables, glibc's
 # among them, that lie on a dozen pages of the data areas otherwise.
 # The functions are what callgrind sees a release build run for a small GET
-# page (run under valgrind, glibc picks its SSE/AVX2 variants of the string
-# functions: every variant of such a function is listed), after the
-# resolvers of the indirect functions, which every start runs; the
+# page (under valgrind glibc picks other variants of the string functions:
+# the ones it picks here, read from the resolved slots under gdb, stand for
+# them), after the resolvers of the indirect functions, which every start
+# runs; the
 # variables are what lackey sees the same run touch, smallest first, so
 # that the large buffers touched only at their start come last.
 # A name missing from the list only costs speed; run this after larger
 # changes to the start-up path.
 #
 # Usage: scripts/start-order.sh [VORN]   (default: build-rel/vorn, Release)
-# Needs valgrind.
+# Needs valgrind and gdb.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -25,7 +26,9 @@ if [ ! -x "$vorn" ]; then
   echo "start-order.sh: no interpreter at $vorn (build-rel/ is the Release tree)" >&2
   exit 2
 fi
-command -v valgrind >/dev/null || { echo "start-order.sh: needs valgrind" >&2; exit 2; }
+for tool in valgrind gdb; do
+  command -v $tool >/dev/null || { echo "start-order.sh: needs $tool" >&2; exit 2; }
+done
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT INT TERM
@@ -43,11 +46,17 @@ env -i REQUEST_METHOD=GET QUERY_STRING='name=Ada&colour=blue&count=3' GATEWAY_IN
   PATH_INFO=/small.html V_HOME="$work/home" \
   valgrind -q --tool=lackey --trace-mem=yes --log-file="$work/mem.out" "$vorn" >/dev/null
 
-python3 - "$vorn" "$work/cg.out" "$work/mem.out" "$root/src/driver/start_up.order" <<'EOF'
+# the functions the indirect ones resolve to on this machine: the slots of
+# the IRELATIVE relocations, read at main
+readelf -rW "$vorn" | awk '/IRELATIV/ { print "x/gx 0x" $1 }' > "$work/slots.gdb"
+gdb -q -batch -ex 'break main' -ex run -x "$work/slots.gdb" "$vorn" </dev/null 2>/dev/null |
+  awk '/^0x[0-9a-f]+.*:/ { print $NF }' > "$work/resolved.txt"
+
+python3 - "$vorn" "$work/cg.out" "$work/mem.out" "$work/resolved.txt" "$root/src/driver/start_up.order" <<'EOF'
 import bisect
 import re, subprocess, sys
 
-vorn, profile, trace, out = sys.argv[1:]
+vorn, profile, trace, resolved_list, out = sys.argv[1:]
 functions = {}   # address -> names
 names = set()
 for line in subprocess.run(['nm', '-n', vorn], capture_output=True, text=True).stdout.splitlines():
@@ -69,6 +78,13 @@ for line in relocs.splitlines():
         for name in functions.get(int(line.split()[-1], 16), []):
             add(name)
 
+# A variant of a string function that valgrind ran stands for the one this
+# machine's glibc picks: the same family among the resolved functions.
+resolved = set()
+with open(resolved_list) as f:
+    for word in f.read().split():
+        for name in functions.get(int(word, 16), []):
+            resolved.add(name)
 variant = re.compile(r'^(__\w+?)_(sse2|ssse3|sse4_1|sse42|avx|avx2|evex|avx512)')
 with open(profile) as f:
     for line in f:
@@ -76,11 +92,10 @@ with open(profile) as f:
         if not m:
             continue
         name = re.sub(r"'\d+$", '', m.group(1))
-        add(name)
         v = variant.match(name)
-        if v:
-            for other in sorted(n for n in names if n.startswith(v.group(1) + '_')):
-                add(other)
+        family = sorted(n for n in resolved if v and n.startswith(v.group(1) + '_'))
+        for chosen in family or [name]:
+            add(chosen)
 
 # the variables: every object of the data areas the run reads or writes,
 # but for the block of pages that has an area of its own (.lbss)
