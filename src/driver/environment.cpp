@@ -3,6 +3,7 @@
 #include "driver/environment.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -167,6 +168,21 @@ void load_env_file() {
     }
 }
 
+// Splits line into up to four words, each cut to CONFIG_LINE - 1 bytes, as
+// sscanf's "%99s %99s %99s %99s" does (the rest of a cut word is the next
+// word), without the scanf machinery, which is the largest function a
+// request would otherwise run.
+void scan_words(const char *line, char *const (&words)[4]) {
+    const unsigned char *p = (const unsigned char *)line;
+    for (char *word : words) {
+        while (isspace(*p)) p++;
+        if (!*p) return;
+        int n = 0;
+        while (*p && !isspace(*p) && n < CONFIG_LINE - 1) word[n++] = (char)*p++;
+        word[n] = '\0';
+    }
+}
+
 void host_key(char *key, int size) {
     const char *host = getenv("HTTP_HOST");
     if (host) {
@@ -200,7 +216,8 @@ void read_config(const char *key, int *hold) {
     char line[CONFIG_LINE];
     while (fgets(line, sizeof line, fp.get())) {
         char w1[CONFIG_LINE] = "", w2[CONFIG_LINE] = "", w3[CONFIG_LINE] = "", w4[CONFIG_LINE] = "";
-        sscanf(line, "%99s %99s %99s %99s", w1, w2, w3, w4);
+        char *words[] = {w1, w2, w3, w4};
+        scan_words(line, words);
         V_copy_cut(site_root, w2, (int)sizeof site_root);
         V_copy_cut(base_name, w3, (int)sizeof base_name);
         *hold = !strcmp(w4, "hold");
