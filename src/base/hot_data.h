@@ -29,8 +29,9 @@
 // For a large zero-filled block aligned to a page. Its alignment would move
 // the start of the zero-filled area to a page of its own, away from the
 // page it shares with the end of the data area, which costs a page fault
-// of its own: such a block goes to an area of its own after it.
-#if defined(__ELF__) && defined(__x86_64__)
+// of its own: such a block goes to an area of its own after it. (Clang
+// would store that area's zeros in the file: its builds go without.)
+#if defined(__ELF__) && defined(__x86_64__) && !defined(__clang__)
 #define V_PAGE_BLOCK __attribute__((section(".lbss.vorn")))
 #else
 #define V_PAGE_BLOCK
