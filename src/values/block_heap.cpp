@@ -16,6 +16,7 @@ namespace {
 constexpr size_t SMALL_ALIGN = 32;
 constexpr size_t SMALL_OFFSET = 32;
 static_assert(sizeof(heapblock_t) <= SMALL_OFFSET);
+constexpr size_t SMALL_BYTES = SMALL_OFFSET + V_HEAP_SMALL;
 
 constexpr size_t BIG_OFFSET = sizeof(heapblock_t);
 
@@ -27,24 +28,14 @@ char *small_payload(heapblock_t *mb) {
     return reinterpret_cast<char *>(mb) + SMALL_OFFSET;
 }
 
-// A payload size the alignment divides, between one step and a full block.
-int small_size(int bytes) {
-    if (bytes <= 0) return (int)SMALL_ALIGN;
-    if (bytes >= V_HEAP_SMALL) return V_HEAP_SMALL;
-    return (int)((static_cast<size_t>(bytes) + SMALL_ALIGN - 1) & ~(SMALL_ALIGN - 1));
-}
-
-heapblock_t *new_small_block(int payload = V_HEAP_SMALL) {
-    size_t bytes = SMALL_OFFSET + static_cast<size_t>(payload);
-    void *raw = aligned_alloc(SMALL_ALIGN, bytes);
+heapblock_t *new_small_block() {
+    void *raw = aligned_alloc(SMALL_ALIGN, SMALL_BYTES);
     if (!raw) {
         ERRMSG("V_heap: NO MEMORY...");
         return nullptr;
     }
-    memset(raw, 0, bytes);
-    heapblock_t *mb = static_cast<heapblock_t *>(raw);
-    mb->m_size = static_cast<int16_t>(payload);
-    return mb;
+    memset(raw, 0, SMALL_BYTES);
+    return static_cast<heapblock_t *>(raw);
 }
 
 void *alloc_big(V_heap *hp, int size) {
@@ -65,7 +56,7 @@ void *alloc_big(V_heap *hp, int size) {
 // padded past 256 simply takes nothing more.
 heapblock_t *find_small(V_heap *hp, int size) {
     for (heapblock_t *mb = hp->smallreq; mb; mb = mb->m_next)
-        if (mb->m_used + size <= mb->m_size) return mb;
+        if (mb->m_used + size <= V_HEAP_SMALL) return mb;
     heapblock_t *mb = new_small_block();
     if (!mb) return nullptr;
     mb->m_next = hp->smallreq;
@@ -75,14 +66,14 @@ heapblock_t *find_small(V_heap *hp, int size) {
 
 }   // namespace
 
-V_heap *V_heap_new(int first) {
+V_heap *V_heap_new() {
     V_heap *hp = static_cast<V_heap *>(malloc(sizeof(V_heap)));
     if (!hp) {
         ERRMSG("V_heap: NO MEMORY...");
         return nullptr;
     }
     hp->bigreq = nullptr;
-    hp->smallreq = new_small_block(small_size(first));
+    hp->smallreq = new_small_block();
     if (!hp->smallreq) {
         free(hp);
         return nullptr;
@@ -135,8 +126,7 @@ int V_heap_reduce(V_heap *hp) {
 }
 
 void *V_heap_renew(V_heap *hp, int size) {
-    if (Trace || !V_trace_ready || !hp || !hp->smallreq || size < 1 ||
-        size > hp->smallreq->m_size) {
+    if (Trace || !V_trace_ready || !hp || !hp->smallreq || size < 1 || size > V_HEAP_SMALL) {
         V_heap_reduce(hp);
         return V_heap_alloc(hp, size);
     }

@@ -6,7 +6,6 @@
 struct heapblock_t {
     heapblock_t *m_next;   // next block of the same chain
     int16_t m_used;        // payload bytes used (small) or requested size (big)
-    int16_t m_size;        // payload bytes of a small block
 };
 
 struct V_heap {
@@ -20,10 +19,7 @@ constexpr int V_HEAP_HEADER = 8;    // header size counted by the block arithmet
 // in, on a 32-byte boundary; a big block's right after sizeof(heapblock_t)),
 // so a payload never overlaps its header.
 
-// A heap whose first small block holds first bytes (rounded up to the
-// alignment, at most V_HEAP_SMALL): a variable's heap starts as large as
-// its first value. Every later small block holds V_HEAP_SMALL.
-V_heap *V_heap_new(int first = V_HEAP_SMALL);
+V_heap *V_heap_new();
 void *V_heap_alloc(V_heap *currheap, int size);
 int V_heap_reduce(V_heap *hp);
 // V_heap_reduce(hp) and then V_heap_alloc(hp, size), with their trace lines

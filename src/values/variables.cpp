@@ -148,11 +148,7 @@ V_USER *V_USER_new(V_heap *hp, const char *name, const char *value) {
     u->name = copy_text(hp, name ? name : "");
     u->avl.key = u->name;
     u->avl.data = u;
-    // most variables keep one short value: their heap starts that small
-    // (a request starts with some thirty of them); a value too long for a
-    // small block goes to a big one, and the small one starts at its least
-    size_t n = value ? strnlen(value, V_HEAP_SMALL) + 1 : 0;
-    u->hp = V_heap_new(n <= V_HEAP_SMALL ? static_cast<int>(n) : 0);
+    u->hp = V_heap_new();
     if (!u->name || !u->hp) return nullptr;
     u->var.value = copy_text(u->hp, value);
     return u;

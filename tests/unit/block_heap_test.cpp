@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <utility>
 
 #include "driver/diagnostics.h"
 #include "values/block_heap.h"
@@ -100,40 +99,6 @@ TEST(BlockHeap, RenewIsReduceThenAlloc) {
         EXPECT_EQ(count(a->bigreq), count(b->bigreq)) << size;
         V_heap_free(a);
         V_heap_free(b);
-    }
-    V_trace_ready = ready;
-}
-
-// A heap made for a short first value starts with a block of that size:
-// what does not fit goes to a full block, and a renewed value larger than
-// the first block is never handed out of it.
-TEST(BlockHeap, ShortFirstBlock) {
-    int ready = V_trace_ready;
-    V_trace_ready = 1;   // renew takes its own short path
-    V_heap *hp = V_heap_new(6);
-    EXPECT_EQ(hp->smallreq->m_size, 32);
-    char *a = static_cast<char *>(V_heap_alloc(hp, 6));
-    EXPECT_EQ(count(hp->smallreq), 1);
-    EXPECT_EQ(at(a) % 32, 0u);
-    memset(V_heap_alloc(hp, 1), 'x', 1);   // the block is full: a new one
-    EXPECT_EQ(count(hp->smallreq), 2);
-    EXPECT_EQ(hp->smallreq->m_size, V_HEAP_SMALL);
-    V_heap_free(hp);
-
-    for (int size : {1, 32, 33, 200, 256, 257}) {
-        V_heap *hq = V_heap_new(10);
-        char *p = static_cast<char *>(V_heap_renew(hq, size));
-        ASSERT_NE(p, nullptr) << size;
-        memset(p, 'y', static_cast<size_t>(size));   // the sanitizers see an overrun
-        if (!hq->bigreq) {
-            EXPECT_LE(hq->smallreq->m_used, hq->smallreq->m_size) << size;
-        }
-        V_heap_free(hq);
-    }
-    for (auto [first, size] : {std::pair{0, 32}, {-3, 32}, {33, 64}, {1000, V_HEAP_SMALL}}) {
-        V_heap *hr = V_heap_new(first);
-        EXPECT_EQ(hr->smallreq->m_size, size) << first;
-        V_heap_free(hr);
     }
     V_trace_ready = ready;
 }
