@@ -9,9 +9,8 @@
 # page (under valgrind glibc picks other variants of the string functions:
 # the ones it picks here, read from the resolved slots under gdb, stand for
 # them), after the resolvers of the indirect functions, which every start
-# runs; the
-# variables are what lackey sees the same run touch, smallest first, so
-# that the large buffers touched only at their start come last.
+# runs; the variables are what lackey sees the same run touch, smallest
+# first, so that the large buffers touched only at their start come last.
 # A name missing from the list only costs speed; run this after larger
 # changes to the start-up path.
 #
