@@ -34,8 +34,6 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <utility>
-#include <vector>
 
 #include "base/coverage.h"
 #include "base/directories.h"
@@ -44,6 +42,7 @@
 #include "driver/environment.h"
 #include "driver/request.h"
 #include "fcgi/records.h"
+#include "fcgi/request_env.h"
 #include "interp/page_file.h"
 #include "interp/page_reader.h"
 #include "values/buffers.h"
@@ -278,12 +277,19 @@ void preload_pages() {
     }
 }
 
+// The server entries each request inherits, picked from the environment
+// once v.env is read; and the block a request's environment is laid out in.
+char *server_env[FCGI_SERVER_ENV_MAX];
+int server_env_count;
+alignas(4096) FcgiEnvSpace env_space;   // a small environment is one page
+
 // The parent makes no request heap: the pages it loads are allocated one
 // by one, so that they stay reachable from the page list in every request
 // process (and a leak check there finds nothing it cannot account for).
 void start_warm() {
     V_env_keep();
     V_env();
+    server_env_count = fcgi_server_entries(environ, server_env, FCGI_SERVER_ENV_MAX);
     preload_pages();
 }
 
@@ -299,6 +305,7 @@ void drop_pages() {
 void reread() {
     drop_pages();
     V_env_reread();
+    server_env_count = fcgi_server_entries(environ, server_env, FCGI_SERVER_ENV_MAX);
     preload_pages();
     log_line("fastcgi: v.env read again and the page files loaded again");
 }
@@ -542,54 +549,7 @@ int read_request() {
 
 // ---- the request process
 
-using Pairs = std::vector<std::pair<std::string, std::string>>;
-
-void collect_pair(const unsigned char *name, size_t nl, const unsigned char *value, size_t vl,
-                  void *ctx) {
-    std::string n((const char *)name, nl), v((const char *)value, vl);
-    // a name that cannot be an environment name is dropped; a value ends at
-    // its first NUL, as an environment value must
-    if (n.empty() || n.find('=') != std::string::npos || n.find('\0') != std::string::npos) return;
-    v.resize(strlen(v.c_str()));
-    ((Pairs *)ctx)->emplace_back(std::move(n), std::move(v));
-}
-
-// The names a web server sets for a CGI request: those in the parent's own
-// environment would belong to some other request.
-bool is_request_name(const std::string &name) {
-    static const char *const NAMES[] = {
-        "AUTH_TYPE",       "CONTENT_LENGTH",    "CONTENT_TYPE",    "DOCUMENT_ROOT",
-        "DOCUMENT_URI",    "GATEWAY_INTERFACE", "HTTPS",           "PATH_INFO",
-        "PATH_TRANSLATED", "QUERY_STRING",      "REDIRECT_STATUS", "REMOTE_ADDR",
-        "REMOTE_HOST",     "REMOTE_IDENT",      "REMOTE_PORT",     "REMOTE_USER",
-        "REQUEST_METHOD",  "REQUEST_SCHEME",    "REQUEST_URI",     "SCRIPT_FILENAME",
-        "SCRIPT_NAME",     "SERVER_ADDR",       "SERVER_NAME",     "SERVER_PORT",
-        "SERVER_PROTOCOL", "SERVER_SOFTWARE",   "FCGI_ROLE"};
-    if (name.starts_with("HTTP_")) return true;
-    for (const char *n : NAMES) {
-        if (name == n) return true;
-    }
-    return false;
-}
-
-void request_environment(const Pairs &pairs) {
-    std::vector<std::string> kept;
-    for (char **e = environ; *e; e++) {
-        std::string entry = *e;
-        std::string name = entry.substr(0, entry.find('='));
-        bool given = false;
-        for (const auto &p : pairs) given = given || p.first == name;
-        if (!given && !is_request_name(name)) kept.push_back(entry);
-    }
-    clearenv();
-    for (const auto &entry : kept) {
-        size_t eq = entry.find('=');
-        if (eq != std::string::npos) setenv(entry.substr(0, eq).c_str(), entry.c_str() + eq + 1, 1);
-    }
-    for (const auto &p : pairs) setenv(p.first.c_str(), p.second.c_str(), 1);
-}
-
-[[noreturn]] void run_request(const Pairs &pairs, int body, int out) {
+[[noreturn]] void run_request(char **env, int body, int out) {
     sigset_t none;
     sigemptyset(&none);
     for (int sig : {SIGTERM, SIGHUP, SIGCHLD, SIGPIPE, SIGINT}) signal(sig, SIG_DFL);
@@ -598,7 +558,7 @@ void request_environment(const Pairs &pairs) {
     int in = body >= 0 ? body : open("/dev/null", O_RDONLY);
     if (in < 0 || dup2(in, 0) < 0 || lseek(0, 0, SEEK_SET) < 0 || dup2(out, 1) < 0) _exit(127);
     close_range(3, ~0U, 0);
-    request_environment(pairs);
+    environ = env;
     // V_main finds them again as a CGI run does
     free(V_HOME);
     free(TMP_DIR);
@@ -609,20 +569,23 @@ void request_environment(const Pairs &pairs) {
 }
 
 // The request as the log names it: its URI, else its script and query.
-std::string request_name(const Pairs &pairs) {
-    std::string uri, script, query;
-    for (const auto &p : pairs) {
-        if (p.first == "REQUEST_URI") uri = p.second;
-        if (p.first == "SCRIPT_NAME") script = p.second;
-        if (p.first == "QUERY_STRING") query = p.second;
-    }
-    std::string name = !uri.empty() ? uri : query.empty() ? script : script + "?" + query;
-    if (name.size() > (size_t)LOG_NAME) name.resize(LOG_NAME);
-    return name.empty() ? "(no URI)" : name;
+const char *request_name(char *const *env, char *out, size_t size) {
+    const char *uri = fcgi_env_value(env, "REQUEST_URI");
+    const char *script = fcgi_env_value(env, "SCRIPT_NAME");
+    const char *query = fcgi_env_value(env, "QUERY_STRING");
+    if (!script) script = "";
+    if (uri && *uri)
+        snprintf(out, size, "%s", uri);
+    else if (query && *query)
+        snprintf(out, size, "%s?%s", script, query);
+    else
+        snprintf(out, size, "%s", script);
+    return *out ? out : "(no URI)";
 }
 
-void refuse(const char *status, const char *message, const std::string &name) {
-    log_line("fastcgi: %s: %s", name.c_str(), message);
+void refuse(const char *status, const char *message, char *const *env) {
+    char name[LOG_NAME + 1];
+    log_line("fastcgi: %s: %s", request_name(env, name, sizeof name), message);
     char page[512];
     snprintf(page, sizeof page, "Status: %s\r\nContent-Type: text/html\r\n\r\n<h3>%s</h3>\n",
              status, message);
@@ -663,30 +626,30 @@ void describe_end(int status, char *text, size_t size) {
 // its standard output is closed (by it and by whatever it started), the
 // time limit passes, or the server aborts the request.
 void serve_request() {
-    Pairs pairs;
+    char **env;
     const char *error = nullptr;
-    bool pairs_ok = fcgi_pairs(req.params, req.params_used, collect_pair, &pairs, &error) >= 0;
-    std::string name = request_name(pairs);
+    bool params_ok = fcgi_request_environment(req.params, req.params_used, server_env,
+                                              server_env_count, &env_space, &env, &error) == 0;
     if (req.params_over) {
         char message[128];
         snprintf(message, sizeof message, "FastCGI request parameters over %zu bytes: refused",
                  FCGI_PARAMS_MAX);
-        return refuse("400 Bad Request", message, name);
+        return refuse("400 Bad Request", message, env);
     }
-    if (!pairs_ok) return refuse("400 Bad Request", error, name);
-    if (req.body_failed) return refuse("500 Internal Server Error", "body not stored", name);
+    if (!params_ok) return refuse("400 Bad Request", error, env);
+    if (req.body_failed) return refuse("500 Internal Server Error", "body not stored", env);
 
     int out[2];
-    if (pipe2(out, O_CLOEXEC)) return refuse("500 Internal Server Error", "no pipe", name);
+    if (pipe2(out, O_CLOEXEC)) return refuse("500 Internal Server Error", "no pipe", env);
     fflush(stderr);
     pid_t pid = fork();
-    if (pid == 0) run_request(pairs, req.body, out[1]);
+    if (pid == 0) run_request(env, req.body, out[1]);
     close(out[1]);
     if (req.body >= 0) close(req.body);   // an upload's memory goes with the request
     req.body = -1;
     if (pid < 0) {
         close(out[0]);
-        return refuse("500 Internal Server Error", "cannot fork", name);
+        return refuse("500 Internal Server Error", "cannot fork", env);
     }
     int pidfd = (int)syscall(SYS_pidfd_open, pid, 0);
 
@@ -730,14 +693,15 @@ void serve_request() {
     }
     if (pidfd >= 0) close(pidfd);
     if (conn.broken) return;
+    char name[LOG_NAME + 1];
     if (timed_out) {
-        log_line("fastcgi: %s: time limit of %d s reached: request ended", name.c_str(),
-                 options.timeout);
+        log_line("fastcgi: %s: time limit of %d s reached: request ended",
+                 request_name(env, name, sizeof name), options.timeout);
         if (!sent) send_stream(FCGI_STDOUT, req.id, "Status: 504 Gateway Timeout\r\n\r\n");
     } else if (!aborted && exited && WIFSIGNALED(status)) {
         char end[128];
         describe_end(status, end, sizeof end);
-        log_line("fastcgi: %s: %s", name.c_str(), end);
+        log_line("fastcgi: %s: %s", request_name(env, name, sizeof name), end);
         if (!sent) send_stream(FCGI_STDOUT, req.id, "Status: 500 Internal Server Error\r\n\r\n");
     }
     int app_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
