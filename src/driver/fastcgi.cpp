@@ -278,10 +278,9 @@ void preload_pages() {
 }
 
 // The server entries each request inherits, picked from the environment
-// once v.env is read; and the block a request's environment is laid out in.
+// once v.env is read.
 char *server_env[FCGI_SERVER_ENV_MAX];
 int server_env_count;
-alignas(4096) FcgiEnvSpace env_space;   // a small environment is one page
 
 // The parent makes no request heap: the pages it loads are allocated one
 // by one, so that they stay reachable from the page list in every request
@@ -312,11 +311,19 @@ void reread() {
 
 // ---- one connection
 
-struct Conn {
+// After each fork the connection process's pages are shared with the
+// request process, and the first write to each page copies it (a page
+// fault, a few microseconds). So what a request writes is kept on as few
+// pages as may be: the connection's fields with the front of its input,
+// the request's fields with its parameters, and the request's environment
+// and the relay of its output right after those parameters.
+constexpr size_t PAGE = 4096;
+
+struct alignas(PAGE) Conn {
     int fd;
-    unsigned char in[FCGI_RECORD_MAX + RELAY_CHUNK];
     size_t start, have;   // unread bytes are in[start, have)
     bool broken;
+    unsigned char in[FCGI_RECORD_MAX + RELAY_CHUNK];
 };
 
 Conn conn;
@@ -447,15 +454,17 @@ void answer_management(const FcgiRecord &rec) {
     send_record(FCGI_UNKNOWN_TYPE, 0, body, sizeof body);
 }
 
-struct Request {
+struct alignas(PAGE) Request {
     int id;
     bool keep;
-    unsigned char params[FCGI_PARAMS_MAX];
     size_t params_used;
     bool params_done, params_over;
     int body;   // the request body, a memory file
     bool body_failed;
     long long deadline;
+    // the parameters (FCGI_PARAMS_MAX bytes), then, from the first pointer
+    // boundary after them, the environment and the relay buffer
+    alignas(char *) unsigned char params[FCGI_PARAMS_MAX + FCGI_ENV_SPACE + RELAY_CHUNK];
 };
 
 Request req;
@@ -524,7 +533,7 @@ int read_request() {
             if (req.params_done) break;
             if (h.content_length == 0)
                 req.params_done = true;
-            else if (req.params_over || h.content_length > sizeof req.params - req.params_used)
+            else if (req.params_over || h.content_length > FCGI_PARAMS_MAX - req.params_used)
                 req.params_over = true;
             else {
                 memcpy(req.params + req.params_used, rec.content, h.content_length);
@@ -628,8 +637,10 @@ void describe_end(int status, char *text, size_t size) {
 void serve_request() {
     char **env;
     const char *error = nullptr;
-    bool params_ok = fcgi_request_environment(req.params, req.params_used, server_env,
-                                              server_env_count, &env_space, &env, &error) == 0;
+    size_t env_at = (req.params_used + alignof(char *) - 1) & ~(alignof(char *) - 1);
+    int env_size = fcgi_request_environment(req.params, req.params_used, server_env,
+                                            server_env_count, req.params + env_at, &env, &error);
+    bool params_ok = env_size >= 0;
     if (req.params_over) {
         char message[128];
         snprintf(message, sizeof message, "FastCGI request parameters over %zu bytes: refused",
@@ -657,7 +668,7 @@ void serve_request() {
 
     bool eof = false, exited = false, sent = false, timed_out = false, aborted = false;
     int status = 0;
-    static unsigned char chunk[RELAY_CHUNK];
+    unsigned char *chunk = req.params + env_at + env_size;   // the environment stays for the log
     while (!(eof && exited)) {
         struct pollfd p[3] = {
             {eof ? -1 : out[0], POLLIN, 0}, {exited ? -1 : pidfd, POLLIN, 0}, {conn.fd, POLLIN, 0}};
@@ -674,7 +685,7 @@ void serve_request() {
         }
         if (r <= 0) continue;
         if (p[0].revents) {
-            ssize_t n = read(out[0], chunk, sizeof chunk);
+            ssize_t n = read(out[0], chunk, RELAY_CHUNK);
             if (n > 0) {
                 sent = true;
                 if (!send_record(FCGI_STDOUT, req.id, chunk, (size_t)n)) break;

@@ -86,7 +86,7 @@ int fcgi_server_entries(char *const *env, char **out, int max) {
 }
 
 int fcgi_request_environment(const unsigned char *params, size_t size, char *const *server,
-                             int count, FcgiEnvSpace *space, char ***env, const char **error) {
+                             int count, unsigned char *space, char ***env, const char **error) {
     count = count < 0 ? 0 : count > FCGI_SERVER_ENV_MAX ? FCGI_SERVER_ENV_MAX : count;
     bool too_long = size > FCGI_PARAMS_MAX;
     if (too_long) size = 0;
@@ -97,10 +97,10 @@ int fcgi_request_environment(const unsigned char *params, size_t size, char *con
     const char *fault = nullptr;
     bool whole = fcgi_pairs(params, size, count_pair, &pairs, &fault) >= 0;
     Layout l;
-    l.slots = reinterpret_cast<char **>(space->bytes);
+    l.slots = reinterpret_cast<char **>(space);
     for (int i = 0; i < count; i++) l.slots[i] = server[i];
     l.server = l.used = count;
-    l.text = reinterpret_cast<char *>(space->bytes + (size_t)(count + pairs + 1) * sizeof(char *));
+    l.text = reinterpret_cast<char *>(space + (size_t)(count + pairs + 1) * sizeof(char *));
     const char *again = nullptr;
     fcgi_pairs(params, size, add_pair, &l, &again);   // the same pairs, the same fault
     // the server entries the request gave again leave their places
@@ -118,7 +118,7 @@ int fcgi_request_environment(const unsigned char *params, size_t size, char *con
         *error = fault;
         return -1;
     }
-    return 0;
+    return (int)(l.text - reinterpret_cast<char *>(space));
 }
 
 const char *fcgi_env_value(char *const *env, const char *name) {
