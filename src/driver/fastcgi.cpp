@@ -62,6 +62,8 @@ constexpr off_t PRELOAD_SIZE = 1 << 20;   // bytes of one preloaded page
 constexpr int LOG_NAME = 200;             // bytes of a request name in a log line
 constexpr int CONFIG_LINE = 1024;
 constexpr const char *BOUND_MARK = "VORN_FASTCGI_BOUND";
+constexpr const char *TUNED_MARK = "VORN_FASTCGI_TUNED";
+constexpr const char *NO_RSEQ = "glibc.pthread.rseq=0";
 
 struct Options {
     const char *address = nullptr;
@@ -830,14 +832,25 @@ int V_fastcgi_serve(int argc, char **argv) {
     // The dynamic symbols are bound once, in the parent, before any fork:
     // bound lazily, each request process would look up again every library
     // function it calls. The marker keeps the caller's own LD_BIND_NOW.
+    // The same start turns off the C library's restartable sequences
+    // (used only to tell the CPU a thread runs on): with them the kernel
+    // writes the thread block whenever it resumes a connection process,
+    // and after each fork that page is shared, so the write copies it. A
+    // caller's own GLIBC_TUNABLES are left as they are.
     if (!getenv(BOUND_MARK)) {
         setenv(BOUND_MARK, getenv("LD_BIND_NOW") ? "kept" : "set", 1);
         setenv("LD_BIND_NOW", "1", 1);
+        if (!getenv("GLIBC_TUNABLES")) {
+            setenv("GLIBC_TUNABLES", NO_RSEQ, 1);
+            setenv(TUNED_MARK, "1", 1);
+        }
         V_coverage_dump();
         execv("/proc/self/exe", argv);   // on failure the server runs as it is
     }
     if (!strcmp(getenv(BOUND_MARK), "set")) unsetenv("LD_BIND_NOW");
+    if (getenv(TUNED_MARK)) unsetenv("GLIBC_TUNABLES");
     unsetenv(BOUND_MARK);
+    unsetenv(TUNED_MARK);
     if (argc > 0 && argv[0]) program = argv[0];
     if (argc >= 2 && parse_options(argc, argv)) {
         fprintf(stderr, "Usage: vorn --fastcgi [ADDRESS] [--children N] [--timeout SECONDS]\n"
