@@ -560,13 +560,15 @@ int read_request() {
 
 // ---- the request process
 
+int no_body = -1;   // the standard input of a request without a body: /dev/null
+
 [[noreturn]] void run_request(char **env, int body, int out) {
     sigset_t none;
     sigemptyset(&none);
     for (int sig : {SIGTERM, SIGHUP, SIGCHLD, SIGPIPE, SIGINT}) signal(sig, SIG_DFL);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     setpgid(0, 0);   // the time limit ends the request and all it started
-    int in = body >= 0 ? body : open("/dev/null", O_RDONLY);
+    int in = body >= 0 ? body : no_body >= 0 ? no_body : open("/dev/null", O_RDONLY);
     if (in < 0 || dup2(in, 0) < 0 || lseek(0, 0, SEEK_SET) < 0 || dup2(out, 1) < 0) _exit(127);
     close_range(3, ~0U, 0);
     environ = env;
@@ -744,6 +746,11 @@ void serve_connection(int fd) {
     signal(SIGPIPE, SIG_IGN);
     set_handler(SIGTERM, on_stop);
     set_handler(SIGINT, on_stop);
+    // the end of a request process shows on its process descriptor (or is
+    // looked for every 50 ms): SIGCHLD stays blocked, so that an exit
+    // neither wakes this process nor interrupts its waits
+    sigaddset(&wait_mask, SIGCHLD);
+    no_body = open("/dev/null", O_RDONLY | O_CLOEXEC);
     req.body = -1;
     while (!stop_wanted) {
         struct pollfd p = {listener, POLLIN, 0};
