@@ -24,6 +24,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <netinet/in.h>
+#include <new>
 #include <poll.h>
 #include <string>
 #include <sys/mman.h>
@@ -316,36 +317,37 @@ void reread() {
 // After each fork the connection process's pages are shared with the
 // request process, and the first write to each page copies it (a page
 // fault, a few microseconds). So what a request writes is kept on as few
-// pages as may be: the connection's fields with the front of its input,
-// the request's fields with its parameters, and the request's environment
-// and the relay of its output right after those parameters.
+// pages as may be: the request's fields with its parameters, and the
+// request's environment and the relay of its output right after those
+// parameters. The connection's state and input are not handed to request
+// processes at all (none of them reads it): its pages are never shared.
 constexpr size_t PAGE = 4096;
 
-struct alignas(PAGE) Conn {
+struct Conn {
     int fd;
     size_t start, have;   // unread bytes are in[start, have)
     bool broken;
     unsigned char in[FCGI_RECORD_MAX + RELAY_CHUNK];
 };
 
-Conn conn;
+Conn *conn;
 
-// Reads what the peer has sent into conn.in (blocking until deadline_ms).
+// Reads what the peer has sent into conn->in (blocking until deadline_ms).
 // 1 when bytes came, 0 at end of stream, -1 on an error, -2 at the
 // deadline, -3 when a signal came first.
 int fill(long long deadline_ms) {
-    if (conn.start) {
-        memmove(conn.in, conn.in + conn.start, conn.have - conn.start);
-        conn.have -= conn.start;
-        conn.start = 0;
+    if (conn->start) {
+        memmove(conn->in, conn->in + conn->start, conn->have - conn->start);
+        conn->have -= conn->start;
+        conn->start = 0;
     }
-    struct pollfd p = {conn.fd, POLLIN, 0};
+    struct pollfd p = {conn->fd, POLLIN, 0};
     int r = wait_for(&p, 1, deadline_ms);
     if (r < 0) return errno == EINTR ? -3 : -1;
     if (r == 0) return -2;
-    ssize_t got = read(conn.fd, conn.in + conn.have, sizeof conn.in - conn.have);
+    ssize_t got = read(conn->fd, conn->in + conn->have, sizeof conn->in - conn->have);
     if (got < 0) return errno == EINTR ? -3 : -1;
-    conn.have += (size_t)got;
+    conn->have += (size_t)got;
     return got > 0;
 }
 
@@ -353,13 +355,13 @@ int fill(long long deadline_ms) {
 // the stream is broken (logged).
 int take(FcgiRecord *rec) {
     const char *error = nullptr;
-    int r = fcgi_next_record(conn.in + conn.start, conn.have - conn.start, rec, &error);
+    int r = fcgi_next_record(conn->in + conn->start, conn->have - conn->start, rec, &error);
     if (r < 0) {
         log_line("fastcgi: %s: connection closed", error);
-        conn.broken = true;
+        conn->broken = true;
         return -1;
     }
-    if (r) conn.start += rec->used;
+    if (r) conn->start += rec->used;
     return r;
 }
 
@@ -375,10 +377,10 @@ bool send_record(int type, int id, const unsigned char *data, size_t n) {
     struct iovec *v = iov;
     int count = 3;
     while (count) {
-        ssize_t w = writev(conn.fd, v, count);
+        ssize_t w = writev(conn->fd, v, count);
         if (w < 0 && errno == EINTR) continue;
         if (w <= 0) {
-            conn.broken = true;
+            conn->broken = true;
             return false;
         }
         while (count && (size_t)w >= v->iov_len) {
@@ -418,8 +420,8 @@ bool send_finish(int id, int app_status) {
     fcgi_put_header(end, FCGI_STDOUT, id, 0);
     fcgi_put_header(end + FCGI_HEADER_SIZE, FCGI_END_REQUEST, id, FCGI_HEADER_SIZE);
     fcgi_end_body(end + 2 * FCGI_HEADER_SIZE, app_status, FCGI_REQUEST_COMPLETE);
-    if (write_all(conn.fd, end, sizeof end)) return true;
-    conn.broken = true;
+    if (write_all(conn->fd, end, sizeof end)) return true;
+    conn->broken = true;
     return false;
 }
 
@@ -497,7 +499,7 @@ int read_request() {
             if (!begun && stop_wanted) return READ_ENDED;
             int got = fill(begun ? req.deadline : -1);
             if (got == -3) continue;
-            if (got == 0 && !begun && conn.start == conn.have) return READ_ENDED;
+            if (got == 0 && !begun && conn->start == conn->have) return READ_ENDED;
             if (got == -2) log_line("fastcgi: request not received within %d s", options.timeout);
             if (got <= 0) return READ_BROKEN;
             continue;
@@ -611,7 +613,7 @@ void refuse(const char *status, const char *message, char *const *env) {
 bool watch_connection() {
     int got = fill(0);
     if (got == 0 || got == -1) {
-        conn.broken = true;
+        conn->broken = true;
         return false;
     }
     FcgiRecord rec;
@@ -674,8 +676,9 @@ void serve_request() {
     int status = 0;
     unsigned char *chunk = req.params + env_at + env_size;   // the environment stays for the log
     while (!(eof && exited)) {
-        struct pollfd p[3] = {
-            {eof ? -1 : out[0], POLLIN, 0}, {exited ? -1 : pidfd, POLLIN, 0}, {conn.fd, POLLIN, 0}};
+        struct pollfd p[3] = {{eof ? -1 : out[0], POLLIN, 0},
+                              {exited ? -1 : pidfd, POLLIN, 0},
+                              {conn->fd, POLLIN, 0}};
         // without a process descriptor the exit is looked for every 50 ms
         long long deadline = req.deadline;
         if (pidfd < 0 && !exited) deadline = std::min(deadline, now_ms() + 50);
@@ -698,7 +701,7 @@ void serve_request() {
             }
         }
         if ((p[2].revents & (POLLIN | POLLHUP | POLLERR)) && !watch_connection()) {
-            aborted = !conn.broken;
+            aborted = !conn->broken;
             break;
         }
     }
@@ -709,7 +712,7 @@ void serve_request() {
         waitpid(pid, &status, 0);
     }
     if (pidfd >= 0) close(pidfd);
-    if (conn.broken) return;
+    if (conn->broken) return;
     char name[LOG_NAME + 1];
     if (timed_out) {
         log_line("fastcgi: %s: time limit of %d s reached: request ended",
@@ -726,14 +729,14 @@ void serve_request() {
 }
 
 void serve_connection(int fd) {
-    conn.fd = fd;
-    conn.start = conn.have = 0;
-    conn.broken = false;
+    conn->fd = fd;
+    conn->start = conn->have = 0;
+    conn->broken = false;
     for (;;) {
         int r = read_request();
         if (r != READ_READY) break;
         serve_request();
-        if (conn.broken || !req.keep || stop_wanted) break;
+        if (conn->broken || !req.keep || stop_wanted) break;
     }
     close(fd);
 }
@@ -751,6 +754,13 @@ void serve_connection(int fd) {
     // neither wakes this process nor interrupts its waits
     sigaddset(&wait_mask, SIGCHLD);
     no_body = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    void *area =
+        mmap(nullptr, sizeof(Conn), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (area == MAP_FAILED || madvise(area, sizeof(Conn), MADV_DONTFORK)) {
+        log_line("fastcgi: no memory for a connection: %s", strerror(errno));
+        _exit(1);
+    }
+    conn = new (area) Conn;   // zero, as a fresh mapping is
     req.body = -1;
     while (!stop_wanted) {
         struct pollfd p = {listener, POLLIN, 0};
