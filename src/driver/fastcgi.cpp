@@ -318,9 +318,9 @@ void reread() {
 // request process, and the first write to each page copies it (a page
 // fault, a few microseconds). So what a request writes is kept on as few
 // pages as may be: the request's fields with its parameters, and the
-// request's environment and the relay of its output right after those
-// parameters. The connection's state and input are not handed to request
-// processes at all (none of them reads it): its pages are never shared.
+// request's environment right after those parameters. The connection's
+// state, its input and the relay of the output are not handed to request
+// processes at all (none of them reads them): those pages are never shared.
 constexpr size_t PAGE = 4096;
 
 struct Conn {
@@ -328,6 +328,7 @@ struct Conn {
     size_t start, have;   // unread bytes are in[start, have)
     bool broken;
     unsigned char in[FCGI_RECORD_MAX + RELAY_CHUNK];
+    unsigned char relay[RELAY_CHUNK];   // the request process's output
 };
 
 Conn *conn;
@@ -467,8 +468,8 @@ struct alignas(PAGE) Request {
     bool body_failed;
     long long deadline;
     // the parameters (FCGI_PARAMS_MAX bytes), then, from the first pointer
-    // boundary after them, the environment and the relay buffer
-    alignas(char *) unsigned char params[FCGI_PARAMS_MAX + FCGI_ENV_SPACE + RELAY_CHUNK];
+    // boundary after them, the environment
+    alignas(char *) unsigned char params[FCGI_PARAMS_MAX + FCGI_ENV_SPACE];
 };
 
 Request req;
@@ -644,9 +645,9 @@ void serve_request() {
     char **env;
     const char *error = nullptr;
     size_t env_at = (req.params_used + alignof(char *) - 1) & ~(alignof(char *) - 1);
-    int env_size = fcgi_request_environment(req.params, req.params_used, server_env,
-                                            server_env_count, req.params + env_at, &env, &error);
-    bool params_ok = env_size >= 0;
+    bool params_ok =
+        fcgi_request_environment(req.params, req.params_used, server_env, server_env_count,
+                                 req.params + env_at, &env, &error) == 0;
     if (req.params_over) {
         char message[128];
         snprintf(message, sizeof message, "FastCGI request parameters over %zu bytes: refused",
@@ -674,7 +675,6 @@ void serve_request() {
 
     bool eof = false, exited = false, sent = false, timed_out = false, aborted = false;
     int status = 0;
-    unsigned char *chunk = req.params + env_at + env_size;   // the environment stays for the log
     while (!(eof && exited)) {
         struct pollfd p[3] = {{eof ? -1 : out[0], POLLIN, 0},
                               {exited ? -1 : pidfd, POLLIN, 0},
@@ -692,10 +692,10 @@ void serve_request() {
         }
         if (r <= 0) continue;
         if (p[0].revents) {
-            ssize_t n = read(out[0], chunk, RELAY_CHUNK);
+            ssize_t n = read(out[0], conn->relay, sizeof conn->relay);
             if (n > 0) {
                 sent = true;
-                if (!send_record(FCGI_STDOUT, req.id, chunk, (size_t)n)) break;
+                if (!send_record(FCGI_STDOUT, req.id, conn->relay, (size_t)n)) break;
             } else if (n == 0 || errno != EINTR) {
                 eof = true;
             }

@@ -118,7 +118,7 @@ int fcgi_request_environment(const unsigned char *params, size_t size, char *con
         *error = fault;
         return -1;
     }
-    return (int)(l.text - reinterpret_cast<char *>(space));
+    return 0;
 }
 
 const char *fcgi_env_value(char *const *env, const char *name) {

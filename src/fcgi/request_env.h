@@ -31,10 +31,10 @@ int fcgi_server_entries(char *const *env, char **out, int max);
 // of them, from fcgi_server_entries) that the request does not name again,
 // then each parameter as "NAME=value". A name holding "=" or NUL, or
 // empty, is dropped; a value ends at its first NUL; a name the request
-// gives twice keeps its first place and its last value.
-// Returns the bytes of space taken, or -1 with *error when the stream is
-// broken, longer than FCGI_PARAMS_MAX or holds too many parameters: *env
-// then holds the parameters before the fault.
+// gives twice keeps its first place and its last value. Returns 0, or -1
+// with *error when the stream is broken, longer than FCGI_PARAMS_MAX or
+// holds too many parameters: *env then holds the parameters before the
+// fault.
 int fcgi_request_environment(const unsigned char *params, size_t size, char *const *server,
                              int count, unsigned char *space, char ***env, const char **error);
 

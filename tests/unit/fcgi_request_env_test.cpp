@@ -39,7 +39,7 @@ Bytes stream(const std::vector<std::pair<std::string, std::string>> &pairs) {
 }
 
 struct Built {
-    int status;   // bytes taken, or -1
+    int status;
     const char *error = nullptr;
     Strings entries;
 };
@@ -62,7 +62,7 @@ Built build(const Bytes &params, Strings server = {}) {
 TEST(FcgiRequestEnv, ServerEntriesWithoutRequestNames) {
     Built b = build({}, {"PATH=/bin", "REQUEST_METHOD=GET", "HTTP_HOST=old", "NOEQUALS", "=x",
                          "V_HOME=/a", "HTTPS=on", "PATH=/usr/bin", "HTTP=kept"});
-    EXPECT_GE(b.status, 0);
+    EXPECT_EQ(b.status, 0);
     // a name given twice keeps its first place and its last value
     EXPECT_EQ(b.entries, (Strings{"PATH=/usr/bin", "V_HOME=/a", "HTTP=kept"}));
 }
@@ -70,8 +70,7 @@ TEST(FcgiRequestEnv, ServerEntriesWithoutRequestNames) {
 TEST(FcgiRequestEnv, RequestReplacesInheritedNames) {
     Built b = build(stream({{"V_HOME", "/evil"}, {"QUERY_STRING", "a=1"}, {"LANG", "C"}}),
                     {"PATH=/bin", "V_HOME=/site", "LANG=de", "TZ=UTC"});
-    // 8 slots (4 server entries, 3 pairs, the null), then the strings
-    EXPECT_EQ(b.status, (int)(8 * sizeof(char *)) + 13 + 17 + 7);
+    EXPECT_EQ(b.status, 0);
     EXPECT_EQ(b.entries,
               (Strings{"PATH=/bin", "TZ=UTC", "V_HOME=/evil", "QUERY_STRING=a=1", "LANG=C"}));
 }
@@ -86,7 +85,7 @@ TEST(FcgiRequestEnv, HostileNamesAndValues) {
                             {"EMPTY", ""},
                             {"X", "2"},
                             {"X", "3"}}));
-    EXPECT_GE(b.status, 0);
+    EXPECT_EQ(b.status, 0);
     EXPECT_EQ(b.entries, (Strings{"CUT=front", "X=3", "EMPTY="}));
     char *env[] = {b.entries[0].data(), b.entries[1].data(), b.entries[2].data(), nullptr};
     EXPECT_STREQ(fcgi_env_value(env, "X"), "3");
@@ -113,7 +112,7 @@ TEST(FcgiRequestEnv, LimitsOfTheBlock) {
     for (int i = 0; i < FCGI_SERVER_ENV_MAX + 5; i++)
         server.push_back("S" + std::to_string(i) + "=v");
     Built b = build(stream(many), server);
-    EXPECT_GE(b.status, 0);
+    EXPECT_EQ(b.status, 0);
     EXPECT_EQ(b.entries.size(), (size_t)(FCGI_SERVER_ENV_MAX + FCGI_PAIRS_MAX));
 
     // a whole FCGI_PARAMS_MAX stream of long values fits; one byte more is refused
@@ -122,7 +121,7 @@ TEST(FcgiRequestEnv, LimitsOfTheBlock) {
     ASSERT_LE(full.size(), FCGI_PARAMS_MAX);
     full.resize(FCGI_PARAMS_MAX, 0);   // the rest as pairs with empty names
     b = build(full, {"PATH=/bin"});
-    EXPECT_GE(b.status, 0);
+    EXPECT_EQ(b.status, 0);
     ASSERT_EQ(b.entries.size(), 3u);
     EXPECT_EQ(b.entries[2], "B=" + big);
     full.push_back(0);
