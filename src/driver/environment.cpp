@@ -61,6 +61,19 @@ bool ends_with(std::string_view text, std::string_view tail) {
 }
 
 int env_store(const char *setting) {
+    // A setting the environment holds as it is stays where it is: a
+    // FastCGI request process inherits the settings its server read, and
+    // putting them again would write (and so copy) the page of its array.
+    // (A setting the server was started with, the same, therefore stays
+    // when v.env is read again without it.)
+    if (const char *eq = strchr(setting, '=')) {
+        size_t name_len = (size_t)(eq - setting) + 1;
+        for (char **e = environ; *e; e++) {
+            if (strncmp(*e, setting, name_len)) continue;
+            if (!strcmp(*e + name_len, eq + 1)) return 0;
+            break;
+        }
+    }
     int len = (int)strlen(setting);
     if (len + 1 > ENV_BUFFER - env_used) return -1;
     char *slot = env_buffer + env_used;

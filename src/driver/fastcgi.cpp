@@ -24,6 +24,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <netinet/in.h>
+#include <new>
 #include <poll.h>
 #include <string>
 #include <sys/mman.h>
@@ -34,8 +35,6 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <utility>
-#include <vector>
 
 #include "base/coverage.h"
 #include "base/directories.h"
@@ -44,6 +43,7 @@
 #include "driver/environment.h"
 #include "driver/request.h"
 #include "fcgi/records.h"
+#include "fcgi/request_env.h"
 #include "interp/page_file.h"
 #include "interp/page_reader.h"
 #include "values/buffers.h"
@@ -63,6 +63,8 @@ constexpr off_t PRELOAD_SIZE = 1 << 20;   // bytes of one preloaded page
 constexpr int LOG_NAME = 200;             // bytes of a request name in a log line
 constexpr int CONFIG_LINE = 1024;
 constexpr const char *BOUND_MARK = "VORN_FASTCGI_BOUND";
+constexpr const char *TUNED_MARK = "VORN_FASTCGI_TUNED";
+constexpr const char *NO_RSEQ = "glibc.pthread.rseq=0";
 
 struct Options {
     const char *address = nullptr;
@@ -278,12 +280,18 @@ void preload_pages() {
     }
 }
 
+// The server entries each request inherits, picked from the environment
+// once v.env is read.
+char *server_env[FCGI_SERVER_ENV_MAX];
+int server_env_count;
+
 // The parent makes no request heap: the pages it loads are allocated one
 // by one, so that they stay reachable from the page list in every request
 // process (and a leak check there finds nothing it cannot account for).
 void start_warm() {
     V_env_keep();
     V_env();
+    server_env_count = fcgi_server_entries(environ, server_env, FCGI_SERVER_ENV_MAX);
     preload_pages();
 }
 
@@ -299,37 +307,48 @@ void drop_pages() {
 void reread() {
     drop_pages();
     V_env_reread();
+    server_env_count = fcgi_server_entries(environ, server_env, FCGI_SERVER_ENV_MAX);
     preload_pages();
     log_line("fastcgi: v.env read again and the page files loaded again");
 }
 
 // ---- one connection
 
+// After each fork the connection process's pages are shared with the
+// request process, and the first write to each page copies it (a page
+// fault, a few microseconds). So what a request writes is kept on as few
+// pages as may be: the request's fields with its parameters, and the
+// request's environment right after those parameters. The connection's
+// state, its input and the relay of the output are not handed to request
+// processes at all (none of them reads them): those pages are never shared.
+constexpr size_t PAGE = 4096;
+
 struct Conn {
     int fd;
-    unsigned char in[FCGI_RECORD_MAX + RELAY_CHUNK];
     size_t start, have;   // unread bytes are in[start, have)
     bool broken;
+    unsigned char in[FCGI_RECORD_MAX + RELAY_CHUNK];
+    unsigned char relay[RELAY_CHUNK];   // the request process's output
 };
 
-Conn conn;
+Conn *conn;
 
-// Reads what the peer has sent into conn.in (blocking until deadline_ms).
+// Reads what the peer has sent into conn->in (blocking until deadline_ms).
 // 1 when bytes came, 0 at end of stream, -1 on an error, -2 at the
 // deadline, -3 when a signal came first.
 int fill(long long deadline_ms) {
-    if (conn.start) {
-        memmove(conn.in, conn.in + conn.start, conn.have - conn.start);
-        conn.have -= conn.start;
-        conn.start = 0;
+    if (conn->start) {
+        memmove(conn->in, conn->in + conn->start, conn->have - conn->start);
+        conn->have -= conn->start;
+        conn->start = 0;
     }
-    struct pollfd p = {conn.fd, POLLIN, 0};
+    struct pollfd p = {conn->fd, POLLIN, 0};
     int r = wait_for(&p, 1, deadline_ms);
     if (r < 0) return errno == EINTR ? -3 : -1;
     if (r == 0) return -2;
-    ssize_t got = read(conn.fd, conn.in + conn.have, sizeof conn.in - conn.have);
+    ssize_t got = read(conn->fd, conn->in + conn->have, sizeof conn->in - conn->have);
     if (got < 0) return errno == EINTR ? -3 : -1;
-    conn.have += (size_t)got;
+    conn->have += (size_t)got;
     return got > 0;
 }
 
@@ -337,13 +356,13 @@ int fill(long long deadline_ms) {
 // the stream is broken (logged).
 int take(FcgiRecord *rec) {
     const char *error = nullptr;
-    int r = fcgi_next_record(conn.in + conn.start, conn.have - conn.start, rec, &error);
+    int r = fcgi_next_record(conn->in + conn->start, conn->have - conn->start, rec, &error);
     if (r < 0) {
         log_line("fastcgi: %s: connection closed", error);
-        conn.broken = true;
+        conn->broken = true;
         return -1;
     }
-    if (r) conn.start += rec->used;
+    if (r) conn->start += rec->used;
     return r;
 }
 
@@ -359,10 +378,10 @@ bool send_record(int type, int id, const unsigned char *data, size_t n) {
     struct iovec *v = iov;
     int count = 3;
     while (count) {
-        ssize_t w = writev(conn.fd, v, count);
+        ssize_t w = writev(conn->fd, v, count);
         if (w < 0 && errno == EINTR) continue;
         if (w <= 0) {
-            conn.broken = true;
+            conn->broken = true;
             return false;
         }
         while (count && (size_t)w >= v->iov_len) {
@@ -402,8 +421,8 @@ bool send_finish(int id, int app_status) {
     fcgi_put_header(end, FCGI_STDOUT, id, 0);
     fcgi_put_header(end + FCGI_HEADER_SIZE, FCGI_END_REQUEST, id, FCGI_HEADER_SIZE);
     fcgi_end_body(end + 2 * FCGI_HEADER_SIZE, app_status, FCGI_REQUEST_COMPLETE);
-    if (write_all(conn.fd, end, sizeof end)) return true;
-    conn.broken = true;
+    if (write_all(conn->fd, end, sizeof end)) return true;
+    conn->broken = true;
     return false;
 }
 
@@ -440,15 +459,17 @@ void answer_management(const FcgiRecord &rec) {
     send_record(FCGI_UNKNOWN_TYPE, 0, body, sizeof body);
 }
 
-struct Request {
+struct alignas(PAGE) Request {
     int id;
     bool keep;
-    unsigned char params[FCGI_PARAMS_MAX];
     size_t params_used;
     bool params_done, params_over;
     int body;   // the request body, a memory file
     bool body_failed;
     long long deadline;
+    // the parameters (FCGI_PARAMS_MAX bytes), then, from the first pointer
+    // boundary after them, the environment
+    alignas(char *) unsigned char params[FCGI_PARAMS_MAX + FCGI_ENV_SPACE];
 };
 
 Request req;
@@ -479,7 +500,7 @@ int read_request() {
             if (!begun && stop_wanted) return READ_ENDED;
             int got = fill(begun ? req.deadline : -1);
             if (got == -3) continue;
-            if (got == 0 && !begun && conn.start == conn.have) return READ_ENDED;
+            if (got == 0 && !begun && conn->start == conn->have) return READ_ENDED;
             if (got == -2) log_line("fastcgi: request not received within %d s", options.timeout);
             if (got <= 0) return READ_BROKEN;
             continue;
@@ -517,7 +538,7 @@ int read_request() {
             if (req.params_done) break;
             if (h.content_length == 0)
                 req.params_done = true;
-            else if (req.params_over || h.content_length > sizeof req.params - req.params_used)
+            else if (req.params_over || h.content_length > FCGI_PARAMS_MAX - req.params_used)
                 req.params_over = true;
             else {
                 memcpy(req.params + req.params_used, rec.content, h.content_length);
@@ -542,63 +563,18 @@ int read_request() {
 
 // ---- the request process
 
-using Pairs = std::vector<std::pair<std::string, std::string>>;
+int no_body = -1;   // the standard input of a request without a body: /dev/null
 
-void collect_pair(const unsigned char *name, size_t nl, const unsigned char *value, size_t vl,
-                  void *ctx) {
-    std::string n((const char *)name, nl), v((const char *)value, vl);
-    // a name that cannot be an environment name is dropped; a value ends at
-    // its first NUL, as an environment value must
-    if (n.empty() || n.find('=') != std::string::npos || n.find('\0') != std::string::npos) return;
-    v.resize(strlen(v.c_str()));
-    ((Pairs *)ctx)->emplace_back(std::move(n), std::move(v));
-}
-
-// The names a web server sets for a CGI request: those in the parent's own
-// environment would belong to some other request.
-bool is_request_name(const std::string &name) {
-    static const char *const NAMES[] = {
-        "AUTH_TYPE",       "CONTENT_LENGTH",    "CONTENT_TYPE",    "DOCUMENT_ROOT",
-        "DOCUMENT_URI",    "GATEWAY_INTERFACE", "HTTPS",           "PATH_INFO",
-        "PATH_TRANSLATED", "QUERY_STRING",      "REDIRECT_STATUS", "REMOTE_ADDR",
-        "REMOTE_HOST",     "REMOTE_IDENT",      "REMOTE_PORT",     "REMOTE_USER",
-        "REQUEST_METHOD",  "REQUEST_SCHEME",    "REQUEST_URI",     "SCRIPT_FILENAME",
-        "SCRIPT_NAME",     "SERVER_ADDR",       "SERVER_NAME",     "SERVER_PORT",
-        "SERVER_PROTOCOL", "SERVER_SOFTWARE",   "FCGI_ROLE"};
-    if (name.starts_with("HTTP_")) return true;
-    for (const char *n : NAMES) {
-        if (name == n) return true;
-    }
-    return false;
-}
-
-void request_environment(const Pairs &pairs) {
-    std::vector<std::string> kept;
-    for (char **e = environ; *e; e++) {
-        std::string entry = *e;
-        std::string name = entry.substr(0, entry.find('='));
-        bool given = false;
-        for (const auto &p : pairs) given = given || p.first == name;
-        if (!given && !is_request_name(name)) kept.push_back(entry);
-    }
-    clearenv();
-    for (const auto &entry : kept) {
-        size_t eq = entry.find('=');
-        if (eq != std::string::npos) setenv(entry.substr(0, eq).c_str(), entry.c_str() + eq + 1, 1);
-    }
-    for (const auto &p : pairs) setenv(p.first.c_str(), p.second.c_str(), 1);
-}
-
-[[noreturn]] void run_request(const Pairs &pairs, int body, int out) {
+[[noreturn]] void run_request(char **env, int body, int out) {
     sigset_t none;
     sigemptyset(&none);
     for (int sig : {SIGTERM, SIGHUP, SIGCHLD, SIGPIPE, SIGINT}) signal(sig, SIG_DFL);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     setpgid(0, 0);   // the time limit ends the request and all it started
-    int in = body >= 0 ? body : open("/dev/null", O_RDONLY);
+    int in = body >= 0 ? body : no_body >= 0 ? no_body : open("/dev/null", O_RDONLY);
     if (in < 0 || dup2(in, 0) < 0 || lseek(0, 0, SEEK_SET) < 0 || dup2(out, 1) < 0) _exit(127);
     close_range(3, ~0U, 0);
-    request_environment(pairs);
+    environ = env;
     // V_main finds them again as a CGI run does
     free(V_HOME);
     free(TMP_DIR);
@@ -609,20 +585,23 @@ void request_environment(const Pairs &pairs) {
 }
 
 // The request as the log names it: its URI, else its script and query.
-std::string request_name(const Pairs &pairs) {
-    std::string uri, script, query;
-    for (const auto &p : pairs) {
-        if (p.first == "REQUEST_URI") uri = p.second;
-        if (p.first == "SCRIPT_NAME") script = p.second;
-        if (p.first == "QUERY_STRING") query = p.second;
-    }
-    std::string name = !uri.empty() ? uri : query.empty() ? script : script + "?" + query;
-    if (name.size() > (size_t)LOG_NAME) name.resize(LOG_NAME);
-    return name.empty() ? "(no URI)" : name;
+const char *request_name(char *const *env, char *out, size_t size) {
+    const char *uri = fcgi_env_value(env, "REQUEST_URI");
+    const char *script = fcgi_env_value(env, "SCRIPT_NAME");
+    const char *query = fcgi_env_value(env, "QUERY_STRING");
+    if (!script) script = "";
+    if (uri && *uri)
+        snprintf(out, size, "%s", uri);
+    else if (query && *query)
+        snprintf(out, size, "%s?%s", script, query);
+    else
+        snprintf(out, size, "%s", script);
+    return *out ? out : "(no URI)";
 }
 
-void refuse(const char *status, const char *message, const std::string &name) {
-    log_line("fastcgi: %s: %s", name.c_str(), message);
+void refuse(const char *status, const char *message, char *const *env) {
+    char name[LOG_NAME + 1];
+    log_line("fastcgi: %s: %s", request_name(env, name, sizeof name), message);
     char page[512];
     snprintf(page, sizeof page, "Status: %s\r\nContent-Type: text/html\r\n\r\n<h3>%s</h3>\n",
              status, message);
@@ -635,7 +614,7 @@ void refuse(const char *status, const char *message, const std::string &name) {
 bool watch_connection() {
     int got = fill(0);
     if (got == 0 || got == -1) {
-        conn.broken = true;
+        conn->broken = true;
         return false;
     }
     FcgiRecord rec;
@@ -663,39 +642,43 @@ void describe_end(int status, char *text, size_t size) {
 // its standard output is closed (by it and by whatever it started), the
 // time limit passes, or the server aborts the request.
 void serve_request() {
-    Pairs pairs;
+    char **env;
     const char *error = nullptr;
-    bool pairs_ok = fcgi_pairs(req.params, req.params_used, collect_pair, &pairs, &error) >= 0;
-    std::string name = request_name(pairs);
+    size_t env_at = (req.params_used + alignof(char *) - 1) & ~(alignof(char *) - 1);
+    bool params_ok =
+        fcgi_request_environment(req.params, req.params_used, server_env, server_env_count,
+                                 req.params + env_at, &env, &error) == 0;
     if (req.params_over) {
         char message[128];
         snprintf(message, sizeof message, "FastCGI request parameters over %zu bytes: refused",
                  FCGI_PARAMS_MAX);
-        return refuse("400 Bad Request", message, name);
+        return refuse("400 Bad Request", message, env);
     }
-    if (!pairs_ok) return refuse("400 Bad Request", error, name);
-    if (req.body_failed) return refuse("500 Internal Server Error", "body not stored", name);
+    if (!params_ok) return refuse("400 Bad Request", error, env);
+    if (req.body_failed) return refuse("500 Internal Server Error", "body not stored", env);
 
     int out[2];
-    if (pipe2(out, O_CLOEXEC)) return refuse("500 Internal Server Error", "no pipe", name);
-    fflush(stderr);
+    if (pipe2(out, O_CLOEXEC)) return refuse("500 Internal Server Error", "no pipe", env);
+    // no fflush(stderr) before this fork: standard error is unbuffered
+    // and each log line is flushed as written, so nothing can be pending,
+    // and the flush would write (and so copy) two pages of the C library
     pid_t pid = fork();
-    if (pid == 0) run_request(pairs, req.body, out[1]);
+    if (pid == 0) run_request(env, req.body, out[1]);
     close(out[1]);
     if (req.body >= 0) close(req.body);   // an upload's memory goes with the request
     req.body = -1;
     if (pid < 0) {
         close(out[0]);
-        return refuse("500 Internal Server Error", "cannot fork", name);
+        return refuse("500 Internal Server Error", "cannot fork", env);
     }
     int pidfd = (int)syscall(SYS_pidfd_open, pid, 0);
 
     bool eof = false, exited = false, sent = false, timed_out = false, aborted = false;
     int status = 0;
-    static unsigned char chunk[RELAY_CHUNK];
     while (!(eof && exited)) {
-        struct pollfd p[3] = {
-            {eof ? -1 : out[0], POLLIN, 0}, {exited ? -1 : pidfd, POLLIN, 0}, {conn.fd, POLLIN, 0}};
+        struct pollfd p[3] = {{eof ? -1 : out[0], POLLIN, 0},
+                              {exited ? -1 : pidfd, POLLIN, 0},
+                              {conn->fd, POLLIN, 0}};
         // without a process descriptor the exit is looked for every 50 ms
         long long deadline = req.deadline;
         if (pidfd < 0 && !exited) deadline = std::min(deadline, now_ms() + 50);
@@ -709,16 +692,16 @@ void serve_request() {
         }
         if (r <= 0) continue;
         if (p[0].revents) {
-            ssize_t n = read(out[0], chunk, sizeof chunk);
+            ssize_t n = read(out[0], conn->relay, sizeof conn->relay);
             if (n > 0) {
                 sent = true;
-                if (!send_record(FCGI_STDOUT, req.id, chunk, (size_t)n)) break;
+                if (!send_record(FCGI_STDOUT, req.id, conn->relay, (size_t)n)) break;
             } else if (n == 0 || errno != EINTR) {
                 eof = true;
             }
         }
         if ((p[2].revents & (POLLIN | POLLHUP | POLLERR)) && !watch_connection()) {
-            aborted = !conn.broken;
+            aborted = !conn->broken;
             break;
         }
     }
@@ -729,15 +712,16 @@ void serve_request() {
         waitpid(pid, &status, 0);
     }
     if (pidfd >= 0) close(pidfd);
-    if (conn.broken) return;
+    if (conn->broken) return;
+    char name[LOG_NAME + 1];
     if (timed_out) {
-        log_line("fastcgi: %s: time limit of %d s reached: request ended", name.c_str(),
-                 options.timeout);
+        log_line("fastcgi: %s: time limit of %d s reached: request ended",
+                 request_name(env, name, sizeof name), options.timeout);
         if (!sent) send_stream(FCGI_STDOUT, req.id, "Status: 504 Gateway Timeout\r\n\r\n");
     } else if (!aborted && exited && WIFSIGNALED(status)) {
         char end[128];
         describe_end(status, end, sizeof end);
-        log_line("fastcgi: %s: %s", name.c_str(), end);
+        log_line("fastcgi: %s: %s", request_name(env, name, sizeof name), end);
         if (!sent) send_stream(FCGI_STDOUT, req.id, "Status: 500 Internal Server Error\r\n\r\n");
     }
     int app_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -745,14 +729,14 @@ void serve_request() {
 }
 
 void serve_connection(int fd) {
-    conn.fd = fd;
-    conn.start = conn.have = 0;
-    conn.broken = false;
+    conn->fd = fd;
+    conn->start = conn->have = 0;
+    conn->broken = false;
     for (;;) {
         int r = read_request();
         if (r != READ_READY) break;
         serve_request();
-        if (conn.broken || !req.keep || stop_wanted) break;
+        if (conn->broken || !req.keep || stop_wanted) break;
     }
     close(fd);
 }
@@ -765,6 +749,23 @@ void serve_connection(int fd) {
     signal(SIGPIPE, SIG_IGN);
     set_handler(SIGTERM, on_stop);
     set_handler(SIGINT, on_stop);
+    // Where the kernel gives process descriptors, the end of a request
+    // process shows on its descriptor: SIGCHLD then stays blocked, so that
+    // an exit neither wakes this process again nor interrupts its waits.
+    // Without them the signal is what cuts the 50 ms wait short.
+    int probe = (int)syscall(SYS_pidfd_open, getpid(), 0);
+    if (probe >= 0) {
+        close(probe);
+        sigaddset(&wait_mask, SIGCHLD);
+    }
+    no_body = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    void *area =
+        mmap(nullptr, sizeof(Conn), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (area == MAP_FAILED || madvise(area, sizeof(Conn), MADV_DONTFORK)) {
+        log_line("fastcgi: no memory for a connection: %s", strerror(errno));
+        _exit(1);
+    }
+    conn = new (area) Conn;   // zero, as a fresh mapping is
     req.body = -1;
     while (!stop_wanted) {
         struct pollfd p = {listener, POLLIN, 0};
@@ -853,14 +854,25 @@ int V_fastcgi_serve(int argc, char **argv) {
     // The dynamic symbols are bound once, in the parent, before any fork:
     // bound lazily, each request process would look up again every library
     // function it calls. The marker keeps the caller's own LD_BIND_NOW.
+    // The same start turns off the C library's restartable sequences
+    // (used only to tell the CPU a thread runs on): with them the kernel
+    // writes the thread block whenever it resumes a connection process,
+    // and after each fork that page is shared, so the write copies it. A
+    // caller's own GLIBC_TUNABLES are left as they are.
     if (!getenv(BOUND_MARK)) {
         setenv(BOUND_MARK, getenv("LD_BIND_NOW") ? "kept" : "set", 1);
         setenv("LD_BIND_NOW", "1", 1);
+        if (!getenv("GLIBC_TUNABLES")) {
+            setenv("GLIBC_TUNABLES", NO_RSEQ, 1);
+            setenv(TUNED_MARK, "1", 1);
+        }
         V_coverage_dump();
         execv("/proc/self/exe", argv);   // on failure the server runs as it is
     }
     if (!strcmp(getenv(BOUND_MARK), "set")) unsetenv("LD_BIND_NOW");
+    if (getenv(TUNED_MARK)) unsetenv("GLIBC_TUNABLES");
     unsetenv(BOUND_MARK);
+    unsetenv(TUNED_MARK);
     if (argc > 0 && argv[0]) program = argv[0];
     if (argc >= 2 && parse_options(argc, argv)) {
         fprintf(stderr, "Usage: vorn --fastcgi [ADDRESS] [--children N] [--timeout SECONDS]\n"

@@ -37,7 +37,9 @@ PAGES = {
                   "seq 600 | while read i; do [ -e {work}/go ] && break; sleep 0.05; done; "
                   "echo released\n"),
     "flood.html": "<@shell> echo $PPID > {work}/flood.pid; yes flood | head -c 100000000\n",
-    "bind.html": "<@shell> echo bind=${LD_BIND_NOW-none} marker=${VORN_FASTCGI_BOUND-none}\n",
+    "bind.html": ("<@shell> echo bind=${LD_BIND_NOW-none} "
+                  "marker=${VORN_FASTCGI_BOUND-none}${VORN_FASTCGI_TUNED-} "
+                  "tunables=${GLIBC_TUNABLES-none}\n"),
     "notes.txt": "no page: the server's preloading passes it over\n",
     "order.html": ("1 page\n<@shell> echo 2 shell\n3 page\n<@fork> pid\n"
                    "<@if> icmp $(pid) = 0\n4 child\n<@quit>\n<@end>\n"
@@ -178,7 +180,8 @@ def main():
         same_as_cgi(server, "shell and fork order", "V_PAGE=order.html")
         # the re-execution that binds the symbols leaves no trace in a request
         got = F.ask(sock, params("V_PAGE=bind.html"))[0]
-        check(got.endswith(b"bind=none marker=none\n"), f"LD_BIND_NOW left set: {got!r}")
+        check(got.endswith(b"bind=none marker=none tunables=none\n"),
+              f"LD_BIND_NOW or GLIBC_TUNABLES left set: {got!r}")
 
         # 2. records: padding of any length, management records, keep-conn
         with F.connect(sock) as s:
@@ -327,11 +330,13 @@ def main():
           f"CGI run with --fastcgi: {run.stdout[:80]!r}")
 
     # 10. a listening socket handed over on descriptor 0
-    server = Server(handover=True, env=dict(BASE_ENV, LD_BIND_NOW="1"))
+    server = Server(handover=True,
+                    env=dict(BASE_ENV, LD_BIND_NOW="1", GLIBC_TUNABLES="glibc.malloc.perturb=0"))
     try:
         same_as_cgi(server, "handed-over socket", "V_PAGE=hello.html&who=fd0")
         got = F.ask(server.sock, params("V_PAGE=bind.html"))[0]
-        check(got.endswith(b"bind=1 marker=none\n"), f"the caller's LD_BIND_NOW lost: {got!r}")
+        check(got.endswith(b"bind=1 marker=none tunables=glibc.malloc.perturb=0\n"),
+              f"the caller's LD_BIND_NOW or GLIBC_TUNABLES lost: {got!r}")
     finally:
         server.stop()
 
